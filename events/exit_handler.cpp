@@ -1,0 +1,7 @@
+#include "plugin/registration.h"
+
+REALclassDefinition VLCExitHandlerQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCExitHandlerQRV",
+    .mFlags = kFlagConsoleSafe,
+};

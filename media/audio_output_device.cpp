@@ -1,0 +1,8 @@
+#include "media/records.h"
+
+REALclassDefinition VLCAudioOutputDeviceQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCAudioOutputDeviceQRV",
+    .dataSize = sizeof(AudioOutputDeviceData),
+    .mFlags = kFlagConsoleSafe,
+};

@@ -1,0 +1,11 @@
+// VLCMediaDiscovererQRV and VLCMediaLibraryQRV share one data layout.
+#pragma once
+
+#include <cstdint>
+
+#include "plugin/registration.h"
+
+struct ServiceData {
+    int64_t handle;  // libvlc_media_discoverer_t* or libvlc_media_library_t*
+    REALobject vlc;
+};

@@ -1,0 +1,8 @@
+#include "media/media.h"
+
+REALclassDefinition VLCMediaQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCMediaQRV",
+    .dataSize = sizeof(MediaData),
+    .mFlags = kFlagConsoleSafe,
+};

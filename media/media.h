@@ -1,0 +1,22 @@
+// VLCMediaQRV: one libvlc media.
+#pragma once
+
+#include <cstdint>
+
+#include "plugin/registration.h"
+
+struct libvlc_media_t;
+
+struct MediaData {
+    int64_t handle;     // libvlc_media_t*
+    REALobject vlc;     // VLCInstanceQRV, locked
+    int32_t tempFD;     // descriptor to close in the destructor, -1 when none
+    char* tempPath;     // temporary file of MediaWithData
+};
+
+inline MediaData& MediaOf(REALobject object) { return DataOf<MediaData>(object, VLCMediaQRVClass); }
+
+// The only way a libvlc media pointer becomes a VLCMediaQRV. With retain set
+// the media is retained (borrowed pointers); otherwise the new object takes
+// over the caller's reference.
+REALobject NewVLCMediaQRV(libvlc_media_t* media, REALobject vlc, bool retain);

@@ -1,0 +1,8 @@
+#include "media/discoverer_library.h"
+
+REALclassDefinition VLCMediaLibraryQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCMediaLibraryQRV",
+    .dataSize = sizeof(ServiceData),
+    .mFlags = kFlagConsoleSafe,
+};

@@ -1,0 +1,8 @@
+#include "media/records.h"
+
+REALclassDefinition VLCMediaStatsQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCMediaStatsQRV",
+    .dataSize = sizeof(MediaStatsData),
+    .mFlags = kFlagConsoleSafe,
+};

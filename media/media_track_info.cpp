@@ -1,0 +1,8 @@
+#include "media/records.h"
+
+REALclassDefinition VLCMediaTrackInfoQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCMediaTrackInfoQRV",
+    .dataSize = sizeof(MediaTrackInfoData),
+    .mFlags = kFlagConsoleSafe,
+};

@@ -1,0 +1,8 @@
+#include "media/records.h"
+
+REALclassDefinition VLCModuleDescriptionQRVClass = {
+    .version = kStaticRecordVersion,
+    .name = "VLCModuleDescriptionQRV",
+    .dataSize = sizeof(ModuleDescriptionData),
+    .mFlags = kFlagConsoleSafe,
+};
