@@ -1,0 +1,18 @@
+#include "binding/vlc_table.h"
+
+namespace vlcfn {
+
+#define X(name, ret, params) name##_t _##name = nullptr;
+#include "binding/functions.def"
+#undef X
+
+const Entry kEntries[] = {
+#define X(name, ret, params) {#name, reinterpret_cast<void**>(&_##name)},
+#include "binding/functions.def"
+#undef X
+};
+
+const size_t kEntryCount = sizeof(kEntries) / sizeof(kEntries[0]);
+static_assert(sizeof(kEntries) / sizeof(kEntries[0]) == 254, "functions.def lists 254 functions");
+
+}  // namespace vlcfn
