@@ -1,0 +1,198 @@
+// The host emulator: plays the host's side of the plug-in interface so the
+// built plug-in is loaded and driven exactly as the host would drive it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "plugin/host_abi.h"
+
+namespace emu {
+
+enum class PictureKind { Gd, Cairo };
+
+struct HostOptions {
+    double version = 2021.0;               // what "REALGetRBVersion" answers
+    std::set<std::string> hidden;          // resolver entries answered with NULL
+    std::set<std::string> refusedClasses;  // "PluginNewInstance" answers NULL for these
+    bool brokenArrayLayout = false;        // arrays whose in-place header fails the plug-in's check
+    bool memoryBlocksShort = false;        // MemoryBlock constructors make blocks smaller than asked
+    bool stringDataUnterminated = false;   // "PluginGetStringData" answers text without a trailing zero
+    PictureKind pictures = PictureKind::Gd;
+    bool callMain = true;    // call REALPluginMain on construction
+    std::string pluginPath;  // default: the built QRVVLC.so
+};
+
+struct RaisedException {
+    std::string className;
+    std::string message;
+};
+
+class Host;
+
+// A host value. String and object values own one host reference: copying
+// locks again, destruction unlocks.
+class Value {
+public:
+    enum class Kind { Nil, Integer, UInt32, Boolean, Double, Single, String, Object, Ptr, Ref };
+
+    Value() = default;
+    static Value Int(int64_t v);
+    static Value UInt(uint32_t v);
+    static Value Bool(bool v);
+    static Value Dbl(double v);
+    static Value Sgl(float v);
+    static Value Pointer(void* v);
+    // Takes over a reference the caller owns.
+    static Value AdoptString(REALstring s);
+    static Value AdoptObject(REALobject o);
+    // A byref slot holding an initial value; the callee's write is copied back.
+    static Value Ref(Value initial);
+
+    Value(const Value& other);
+    Value(Value&& other) noexcept;
+    Value& operator=(const Value& other);
+    Value& operator=(Value&& other) noexcept;
+    ~Value();
+
+    Kind kind() const { return kind_; }
+    bool IsNil() const;
+    int64_t AsInt() const;
+    bool AsBool() const;
+    double AsDouble() const;
+    REALstring AsString() const { return kind_ == Kind::String ? string_ : nullptr; }
+    REALobject AsObject() const { return kind_ == Kind::Object ? object_ : nullptr; }
+    void* AsPtr() const { return kind_ == Kind::Ptr ? pointer_ : nullptr; }
+    // The value behind a byref slot.
+    Value& Deref() const { return *ref_; }
+
+private:
+    void Release();
+    void Retain();
+    Kind kind_ = Kind::Nil;
+    int64_t integer_ = 0;
+    double real_ = 0;
+    void* pointer_ = nullptr;
+    REALstring string_ = nullptr;
+    REALobject object_ = nullptr;
+    std::shared_ptr<Value> ref_;
+};
+
+// A parsed declaration: "Name(a as T, byref b as T = default) as R".
+struct Parameter {
+    std::string name;
+    std::string type;  // lower case, "()" appended for arrays
+    bool byref = false;
+    bool hasDefault = false;
+    std::string defaultText;
+};
+struct Declaration {
+    std::string name;
+    std::vector<Parameter> parameters;
+    std::string result;  // lower case, empty for none
+};
+Declaration ParseDeclaration(std::string_view text);
+
+struct ClassInfo {
+    std::string name;
+    std::string superName;
+    REALclassDefinition* record = nullptr;  // null for built-in and test classes
+    ClassInfo* super = nullptr;
+    std::map<std::string, void*> handlers;  // test subclasses: event name -> handler
+    bool builtin = false;
+};
+
+class Host {
+public:
+    explicit Host(HostOptions options = {});
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    static Host* Current();
+    // The resolver this host hands to the plug-in.
+    static void* Resolve(const char* entryName);
+    void CallPluginMain();
+
+    // ---- registry
+    const ClassInfo* FindClass(std::string_view name) const;
+    std::vector<const ClassInfo*> PluginClasses() const;  // registration order
+    int registeredVersion = -1;                           // what "RegisterPluginVersion" received
+
+    // ---- objects and calls
+    Value NewRaw(std::string_view className);  // zero-filled, no constructor
+    Value New(std::string_view className, std::vector<Value> args = {});
+    Value Call(const Value& self, std::string_view method, std::vector<Value> args = {});
+    Value CallShared(std::string_view className, std::string_view method, std::vector<Value> args = {});
+    void Assign(const Value& self, std::string_view method, std::vector<Value> args, Value value);
+    Value Get(const Value& self, std::string_view property);
+    void Set(const Value& self, std::string_view property, Value value);
+    Value GetShared(std::string_view className, std::string_view property);
+    void SetShared(std::string_view className, std::string_view property, Value value);
+    // Calls one registered method record (any overload) with these arguments.
+    Value CallMethod(const REALmethodDefinition& method, const Value* self, std::vector<Value> args,
+                     bool assigning = false, const Value* assigned = nullptr);
+    Value CallGetter(const REALproperty& property, const Value* self);
+    void CallSetter(const REALproperty& property, const Value* self, Value value);
+
+    // What the last call raised (cleared when a call starts).
+    std::optional<RaisedException> exception;
+
+    // ---- values made by tests
+    Value String(std::string_view bytes, uint32_t encoding = kEncodingUTF8);
+    Value StringArray(const std::vector<std::string>& items);
+    Value IntegerArray(const std::vector<int64_t>& items);
+    Value FolderItem(const std::string& path);
+    Value MemoryBlock(size_t size);
+    Value Picture(int width, int height);
+    std::string Text(const Value& string) const;  // as UTF-8
+    std::string Bytes(const Value& string) const;
+    uint32_t Encoding(const Value& string) const;
+    std::vector<Value> ArrayObjects(const Value& array) const;
+    std::vector<uint8_t> MemoryBytes(const Value& block) const;
+    int64_t ArrayUBound(const Value& array) const;
+
+    // ---- subclasses with event handlers
+    void DefineSubclass(const std::string& name, const std::string& superName, std::map<std::string, void*> handlers);
+
+    // ---- main loop (GLib's default context on this thread)
+    bool PumpUntil(const std::function<bool()>& done, std::chrono::milliseconds deadline);
+    void PumpFor(std::chrono::milliseconds duration);
+
+    // ---- audit
+    size_t LiveObjects() const;
+    size_t LiveStrings() const;
+    int64_t LockCount(const Value& value) const;
+    int clearCacheCalls = 0;  // "REALPictureClearCache"
+
+    // ---- pictures
+    PictureKind PictureKindOf(const Value& picture) const;
+    bool SavePNG(const Value& picture, const std::string& path) const;
+    uint32_t PixelARGB(const Value& picture, int x, int y) const;
+
+    // ---- listing of every registered class and member (qrvhost describe)
+    std::string Describe() const;
+
+    const HostOptions& options() const { return options_; }
+    struct Impl;
+    Impl& impl() { return *impl_; }
+
+private:
+    HostOptions options_;
+    std::unique_ptr<Impl> impl_;
+    friend class Value;
+};
+
+// The default plug-in path (the built QRVVLC.so) and the repository's root.
+std::string DefaultPluginPath();
+std::string SourceDir();
+
+}  // namespace emu

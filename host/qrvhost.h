@@ -1,0 +1,7 @@
+// Subcommands of the qrvhost program.
+#pragma once
+
+#include <string>
+#include <vector>
+
+int Play(const std::vector<std::string>& args);
