@@ -416,6 +416,14 @@ size_t RequiredCount(const Declaration& d) {
 
 }  // namespace
 
+std::optional<RaisedException> Host::TakeRaised() {
+    exception.reset();
+    EndCall(*impl_, *this);
+    std::optional<RaisedException> raised = exception;
+    exception.reset();
+    return raised;
+}
+
 Value Host::CallMethod(const REALmethodDefinition& method, const Value* self, std::vector<Value> args, bool assigning,
                        const Value* assigned) {
     Declaration d = ParseDeclaration(method.declaration);

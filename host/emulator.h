@@ -145,6 +145,9 @@ public:
 
     // What the last call raised (cleared when a call starts).
     std::optional<RaisedException> exception;
+    // For plug-in code called directly by a test: what it raised since the last
+    // call, and clears it.
+    std::optional<RaisedException> TakeRaised();
 
     // ---- values made by tests
     Value String(std::string_view bytes, uint32_t encoding = kEncodingUTF8);

@@ -77,15 +77,24 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(ResolverFn
     REALinRuntime();
 
     REALclassDefinition* const classes[] = {
-        &VLCInstanceQRVClass,         &VLCMediaQRVClass,
-        &VLCMediaListQRVClass,        &VLCMediaLibraryQRVClass,
-        &VLCMediaPlayerQRVClass,      &VLCEventManagerQRVClass,
-        &VLCMediaListPlayerQRVClass,  &VLCMediaDiscovererQRVClass,
-        &VLCTrackDescriptionQRVClass, &VLCAudioOutputQRVClass,
-        &VLCAudioOutputDeviceQRVClass, &VLCMissingFunctionExceptionQRVClass,
-        &VLCNotInitializedExceptionQRVClass, &VLCMediaStatsQRVClass,
-        &VLCMediaTrackInfoQRVClass,   &VLCMediaTrackQRVClass,
-        &VLCEqualizerQRVClass,        &VLCExitHandlerQRVClass,
+        &VLCInstanceQRVClass,
+        &VLCMediaQRVClass,
+        &VLCMediaListQRVClass,
+        &VLCMediaLibraryQRVClass,
+        &VLCMediaPlayerQRVClass,
+        &VLCEventManagerQRVClass,
+        &VLCMediaListPlayerQRVClass,
+        &VLCMediaDiscovererQRVClass,
+        &VLCTrackDescriptionQRVClass,
+        &VLCAudioOutputQRVClass,
+        &VLCAudioOutputDeviceQRVClass,
+        &VLCMissingFunctionExceptionQRVClass,
+        &VLCNotInitializedExceptionQRVClass,
+        &VLCMediaStatsQRVClass,
+        &VLCMediaTrackInfoQRVClass,
+        &VLCMediaTrackQRVClass,
+        &VLCEqualizerQRVClass,
+        &VLCExitHandlerQRVClass,
         &VLCModuleDescriptionQRVClass,
     };
     for (REALclassDefinition* record : classes) MyREALRegisterClass(record);

@@ -33,7 +33,8 @@ void RaiseWithMessageString(const char* className, REALstring message) {
 
 void RaiseException(const char* className, const char* message) {
     REALstring text = nullptr;
-    if (message != nullptr) text = REALBuildUnicodeString(message, static_cast<int64_t>(strlen(message)), kEncodingUTF8);
+    if (message != nullptr)
+        text = REALBuildUnicodeString(message, static_cast<int64_t>(strlen(message)), kEncodingUTF8);
     StringRef release(text);
     RaiseWithMessageString(className, text);
 }

@@ -112,8 +112,8 @@ HOST_ENTRY(REALpicture, REALBuildPictureFromBuffer, pBuildPictureFromBuffer, "RE
            (uint32_t width, uint32_t height, uint32_t pixelType, void* buffer, uint32_t rowBytes),
            (width, height, pixelType, buffer, rowBytes))
 HOST_ENTRY(REALclassRef, REALGetClassRef, pGetClassRef, "pluginObjectType", (const char* className), (className))
-HOST_ENTRY(void*, REALGetEventInstance, pGetEventInstance, "GetEventInstance", (REALobject object, RBInteger eventToken),
-           (object, eventToken))
+HOST_ENTRY(void*, REALGetEventInstance, pGetEventInstance, "GetEventInstance",
+           (REALobject object, RBInteger eventToken), (object, eventToken))
 
 // The byte pointer comes from "StringGetCString", the length from the host's
 // global function "LenB".

@@ -20,6 +20,20 @@ bool AllBelow0x80(const unsigned char* bytes, int64_t length) {
     return true;
 }
 
+bool IsWideEncoding(uint32_t encoding) {
+    switch (encoding) {
+        case kEncodingUTF16:
+        case kEncodingUTF16BE:
+        case kEncodingUTF16LE:
+        case kEncodingUTF32:
+        case kEncodingUTF32BE:
+        case kEncodingUTF32LE:
+            return true;
+        default:
+            return false;
+    }
+}
+
 bool IsContinuation(unsigned char c) { return c >= 0x80 && c <= 0xBF; }
 
 }  // namespace
@@ -72,6 +86,11 @@ rbText::~rbText() {
 
 void rbText::CheckASCII() {
     if (ascii_ != AsciiState::Unknown) return;
+    // 16- and 32-bit text has zero bytes between its characters: never read in place.
+    if (IsWideEncoding(encoding_)) {
+        ascii_ = AsciiState::NotAscii;
+        return;
+    }
     rbData raw(string_);
     if (!AllBelow0x80(reinterpret_cast<const unsigned char*>(raw.pointer), raw.pointer ? raw.length : 0)) {
         ascii_ = AsciiState::NotAscii;
@@ -176,7 +195,8 @@ REALstring BuildStringUTF8(const char* text) {
 REALstring BuildStringASCII(const char* text) {
     if (text == nullptr) return nullptr;
     size_t length = strlen(text);
-    if (DebuggingEnabled == 1 && !AllBelow0x80(reinterpret_cast<const unsigned char*>(text), static_cast<int64_t>(length)))
+    if (DebuggingEnabled == 1 &&
+        !AllBelow0x80(reinterpret_cast<const unsigned char*>(text), static_cast<int64_t>(length)))
         LogMessageX("%s%s %s", kTracePrefix, "Error: text is not ascii", text);
     return REALBuildUnicodeString(text, static_cast<int64_t>(length), kEncodingASCII);
 }

@@ -1,0 +1,260 @@
+// The frame's conversions and helpers, run directly against the host
+// emulator's entries: strings, exceptions, arrays, memory blocks, paths, trace.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "host/emulator.h"
+#include "plugin/exceptions.h"
+#include "plugin/host_entries.h"
+#include "plugin/memory.h"
+#include "plugin/registration.h"
+#include "plugin/text.h"
+#include "plugin/trace.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using qrvtest::StderrCapture;
+
+// The plug-in's own code, statically linked here, bound to a fresh emulator.
+class HostServices : public ::testing::Test {
+protected:
+    void Start(emu::HostOptions options = {}) {
+        options.callMain = false;
+        host_ = std::make_unique<emu::Host>(options);
+        gResolver = &emu::Host::Resolve;
+        rbversion = options.version;
+        DebuggingEnabled = 0;
+    }
+    void SetUp() override { Start(); }
+    void TearDown() override {
+        DebuggingEnabled = 0;
+        gResolver = nullptr;
+        host_.reset();
+    }
+    emu::Host& host() { return *host_; }
+    emu::Value Adopt(REALstring s) { return emu::Value::AdoptString(s); }
+
+    std::unique_ptr<emu::Host> host_;
+};
+
+std::string UTF8Of(REALstring string) {
+    rbText text(string);
+    return std::string(text.GetUTF8(), static_cast<size_t>(text.Length()));
+}
+
+TEST_F(HostServices, ReadingHostStringsAsUTF8) {
+    rbText nil(nullptr);
+    ASSERT_NE(nil.GetUTF8(), nullptr);
+    EXPECT_STREQ(nil.GetUTF8(), "");
+
+    emu::Value ascii = host().String("plain", kEncodingASCII);
+    EXPECT_EQ(UTF8Of(ascii.AsString()), "plain");
+    emu::Value utf8 = host().String("caf\xC3\xA9", kEncodingUTF8);
+    EXPECT_EQ(UTF8Of(utf8.AsString()), "caf\xC3\xA9");
+    emu::Value utf16 = host().String(std::string("h\0i\0", 4), kEncodingUTF16);
+    EXPECT_EQ(UTF8Of(utf16.AsString()), "hi");
+    emu::Value latin1 = host().String("\xE9t\xE9", kEncodingISOLatin1);
+    EXPECT_EQ(UTF8Of(latin1.AsString()), "\xC3\xA9t\xC3\xA9");
+    // The host's "unknown" tag: 0xE9 is read as Mac Roman, where it stands for U+00C8.
+    emu::Value unknown = host().String("\xE9", kEncodingUnknown);
+    EXPECT_EQ(UTF8Of(unknown.AsString()), "\xC3\x88");
+    emu::Value unknownAscii = host().String("abc", kEncodingUnknown);
+    EXPECT_EQ(UTF8Of(unknownAscii.AsString()), "abc");
+    EXPECT_EQ(host().LiveStrings(), 6u) << "readers give back what they made";
+}
+
+TEST_F(HostServices, UnterminatedConvertedTextIsCopied) {
+    TearDown();
+    emu::HostOptions options;
+    options.stringDataUnterminated = true;
+    Start(options);
+    DebuggingEnabled = 1;
+    emu::Value utf8 = host().String("\xC3\xA9t\xC3\xA9", kEncodingUTF8);
+    StderrCapture capture;
+    std::string text = UTF8Of(utf8.AsString());
+    std::string trace = capture.Finish();
+    EXPECT_EQ(text, "\xC3\xA9t\xC3\xA9");
+    EXPECT_NE(trace.find("QRV Debug: String is not zero terminated. Fixed.\n"), std::string::npos);
+}
+
+TEST_F(HostServices, BuildingHostStringsPicksTheEncoding) {
+    emu::Value roman = Adopt(REALBuildUnicodeString("abc", 3, kEncodingMacRoman));
+    EXPECT_EQ(host().Encoding(roman), kEncodingASCII);  // pure ASCII is tagged as such
+    emu::Value roman8 = Adopt(REALBuildUnicodeString("\xE9", 1, kEncodingMacRoman));
+    EXPECT_EQ(host().Encoding(roman8), kEncodingMacRoman);
+    emu::Value latin = Adopt(REALBuildUnicodeString("x", 1, kEncodingWindowsLatin1));
+    EXPECT_EQ(host().Encoding(latin), kEncodingASCII);
+    emu::Value utf16 = Adopt(REALBuildUnicodeString("h\0\xE9\0", 4, kEncodingUTF16));
+    EXPECT_EQ(host().Encoding(utf16), kEncodingUTF8);
+    EXPECT_EQ(host().Text(utf16), "h\xC3\xA9");
+    EXPECT_TRUE(Adopt(REALBuildUnicodeString(nullptr, 3, kEncodingUTF8)).IsNil());
+    EXPECT_TRUE(Adopt(REALBuildUnicodeString("abc", 0, kEncodingUTF8)).IsNil());
+    EXPECT_TRUE(Adopt(REALBuildUnicodeString("abc", -5, kEncodingUTF8)).IsNil());
+
+    DebuggingEnabled = 1;
+    StderrCapture capture;
+    // The length is refused before any byte is read.
+    EXPECT_TRUE(Adopt(REALBuildUnicodeString("abc", int64_t{1} << 31, kEncodingUTF8)).IsNil());
+    emu::Value odd = Adopt(REALBuildUnicodeString("abc", 3, 4));
+    std::string trace = capture.Finish();
+    EXPECT_EQ(host().Encoding(odd), 4u);
+    EXPECT_NE(trace.find("QRV Debug: Count too big for REALBuildUnicodeString.\n"), std::string::npos);
+    EXPECT_NE(trace.find("QRV Debug: Unknown encoding in REALBuildUnicodeString 4\n"), std::string::npos);
+    EXPECT_EQ(host().LiveStrings(), 5u);  // the UTF-16 intermediate was released
+}
+
+TEST_F(HostServices, OldHostsBuildThenTagStrings) {
+    rbversion = 2011.5;
+    emu::Value s = Adopt(REALBuildUnicodeString("caf\xC3\xA9", 5, kEncodingUTF8));
+    EXPECT_EQ(host().Encoding(s), kEncodingUTF8);
+    EXPECT_EQ(host().Text(s), "caf\xC3\xA9");
+}
+
+TEST_F(HostServices, DetectsTheEncodingOfUnknownText) {
+    EXPECT_EQ(host().Encoding(Adopt(CString2RB_detect_encoding("abc\x01\xC3\xA9"))), kEncodingMacRoman);
+    EXPECT_EQ(host().Encoding(Adopt(CString2RB_detect_encoding("abc\xC3\xA9"))), kEncodingUTF8);
+    EXPECT_EQ(host().Encoding(Adopt(CString2RB_detect_encoding("abc\x01"))), kEncodingASCII);
+    emu::Value roman = Adopt(CString2RB_detect_encoding("caf\x8E"));
+    EXPECT_EQ(host().Text(roman), "caf\xC3\xA9");  // 0x8E is é in Mac Roman
+    EXPECT_TRUE(Adopt(CString2RB_detect_encoding(nullptr)).IsNil());
+    EXPECT_TRUE(Adopt(CString2RB_detect_encoding("")).IsNil());
+}
+
+TEST_F(HostServices, OutOfBoundsTexts) {
+    RaiseOutOfBoundsException(7, 5, "index", nullptr);
+    auto raised = host().TakeRaised();
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->className, "OutOfBoundsException");
+    EXPECT_EQ(raised->message, "The parameter index  is too big. Range is 0 to 4, but value is 7.");
+
+    RaiseOutOfBoundsException(-1, 3, "index", "");
+    EXPECT_EQ(host().TakeRaised()->message, "The parameter index  is too small. Range is 0 to 2, but value is -1.");
+    RaiseOutOfBoundsException(9, 9, nullptr, "PresetName");
+    EXPECT_EQ(host().TakeRaised()->message,
+              "The parameter ? to method PresetName is too big. Range is 0 to 8, but value is 9.");
+    EXPECT_EQ(host().LiveObjects(), 0u);
+    EXPECT_EQ(host().LiveStrings(), 0u);
+}
+
+TEST_F(HostServices, StandardExceptionsBecomeHostExceptions) {
+    struct Case {
+        std::function<void()> raise;
+        const char* className;
+        const char* message;
+    };
+    const Case cases[] = {
+        {[] { RaiseRuntimeException(std::bad_alloc()); }, "OutOfMemoryException",
+         "Failed to allocate memory: std::bad_alloc"},
+        {[] { RaiseRuntimeException(std::out_of_range("vector")); }, "OutOfBoundsException",
+         "C++ reports range error: vector"},
+        {[] { RaiseRuntimeException(std::out_of_range("")); }, "OutOfBoundsException", "C++ reports range error."},
+        {[] { RaiseRuntimeException(std::range_error("r")); }, "OutOfBoundsException", "C++ reports range error: r"},
+        {[] { RaiseRuntimeException(std::overflow_error("o")); }, "OutOfBoundsException",
+         "C++ reports overflow error: o"},
+        {[] { RaiseRuntimeException(std::underflow_error("u")); }, "OutOfBoundsException",
+         "C++ reports underflow error: u"},
+        {[] { RaiseRuntimeException(std::runtime_error("boom")); }, "RuntimeException", "C++ Exception: boom"},
+        {[] { RaiseRuntimeException(std::logic_error("")); }, "RuntimeException", "C++ Exception."},
+    };
+    for (const Case& c : cases) {
+        c.raise();
+        auto raised = host().TakeRaised();
+        ASSERT_TRUE(raised) << c.message;
+        EXPECT_EQ(raised->className, c.className);
+        EXPECT_EQ(raised->message, c.message);
+    }
+}
+
+TEST_F(HostServices, ExceptionClassFallsBackToRuntimeException) {
+    TearDown();
+    emu::HostOptions options;
+    options.refusedClasses = {"NilObjectException"};
+    Start(options);
+    RaiseNilObjectException("vlc parameter is nil");
+    auto raised = host().TakeRaised();
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->className, "RuntimeException");
+    EXPECT_EQ(raised->message, "vlc parameter is nil");
+
+    TearDown();
+    options.refusedClasses = {"NilObjectException", "RuntimeException"};
+    Start(options);
+    RaiseNilObjectException("vlc parameter is nil");
+    EXPECT_FALSE(host().TakeRaised());
+    EXPECT_EQ(host().LiveStrings(), 0u);
+}
+
+TEST_F(HostServices, ArraysAreReadInPlaceOnlyWhenTheLayoutChecks) {
+    for (bool broken : {false, true}) {
+        TearDown();
+        emu::HostOptions options;
+        options.brokenArrayLayout = broken;
+        Start(options);
+        ArrayAccessTested = false;
+        emu::Value array = host().StringArray({"zero", "one", "two"});
+        EXPECT_EQ(ArrayUpperBound(array.AsObject()), 2);
+        emu::Value one = emu::Value::AdoptString(ArrayStringAt(array.AsObject(), 1));
+        EXPECT_TRUE(ArrayAccessTested);
+        EXPECT_EQ(ArrayAccessSuccess, !broken);
+        EXPECT_EQ(host().Text(one), "one");
+        emu::Value numbers = host().IntegerArray({5, -6, 7});
+        EXPECT_EQ(ArrayIntegerAt(numbers.AsObject(), 1), -6);
+        EXPECT_EQ(ArrayUpperBound(host().StringArray({}).AsObject()), -1);
+        EXPECT_EQ(ArrayUpperBound(nullptr), -1);
+    }
+}
+
+TEST_F(HostServices, MemoryBlocksSmallerThanAskedAreRefused) {
+    REALmemoryBlock block = NewMemoryBlock(100);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(REALMemoryBlockGetSize(block), 100);
+    REALUnlockObject(block);
+
+    TearDown();
+    emu::HostOptions options;
+    options.memoryBlocksShort = true;
+    Start(options);
+    EXPECT_EQ(NewMemoryBlock(100), nullptr);
+    EXPECT_EQ(host().LiveObjects(), 0u);
+
+    TearDown();
+    options.memoryBlocksShort = false;
+    options.hidden = {"PluginCallFunctionWithExceptionHandler"};
+    Start(options);
+    block = NewMemoryBlock(8);
+    EXPECT_NE(block, nullptr) << "hosts without the handler entry get a direct call";
+    REALUnlockObject(block);
+}
+
+TEST_F(HostServices, FolderItemPathsAreDecomposed) {
+    emu::Value item = host().FolderItem("/tmp/caf\xC3\xA9 file.mp4");
+    char* path = UnixFilePathUTF8(item.AsObject());
+    ASSERT_NE(path, nullptr);
+    EXPECT_STREQ(path, "/tmp/cafe\xCC\x81 file.mp4");
+    free(path);
+
+    rbversion = 2012.5;  // older hosts: the URL path
+    rbPath holder(item.AsObject());
+    EXPECT_STREQ(holder.GetUnixPath(), "/tmp/cafe\xCC\x81 file.mp4");
+    EXPECT_EQ(holder.GetUnixPath(), holder.GetUnixPath());
+    EXPECT_EQ(UnixFilePathUTF8(nullptr), nullptr);
+}
+
+TEST_F(HostServices, TraceLinesAreWholeAndCut) {
+    StderrCapture capture;
+    std::string longText(5000, 'x');
+    LogMessageX("%s%s", kTracePrefix, longText.c_str());
+    LogMessageX("%s%s %lld", kTracePrefix, "n", 5LL);
+    std::string out = capture.Finish();
+    size_t firstEnd = out.find('\n');
+    EXPECT_EQ(firstEnd, 4095u);
+    EXPECT_EQ(out.substr(firstEnd + 1), "QRV Debug: n 5\n");
+}
+
+}  // namespace
