@@ -4,6 +4,11 @@
 
 #include "plugin/host_abi.h"
 
+// libvlc keeps its per-thread error text under a thread key that only its first
+// libvlc_new creates; reading or clearing it before then touches another
+// library's key. Set once an instance has been created.
+extern bool gLibvlcErrorStateReady;
+
 // The loader's last error text (one reference owned here), or null.
 extern REALstring gLoadError;
 

@@ -18,6 +18,8 @@ REALstring TextFromLibvlc(Getter getter) {
 
 }  // namespace
 
+bool gLibvlcErrorStateReady = false;
+
 int64_t myclock() {
     TRACE("myclock");
     if (!VLC_NEED(libvlc_clock)) return 0;
@@ -45,12 +47,14 @@ REALstring get_changeset() {
 REALstring errmsg() {
     TRACE("errmsg");
     if (!VLC_NEED(libvlc_errmsg)) return nullptr;
+    if (!gLibvlcErrorStateReady) return nullptr;  // no error can have been set yet
     return TextFromLibvlc(vlcfn::_libvlc_errmsg);
 }
 
 void clearerrRB() {
     TRACE("clearerrRB");
     if (!VLC_NEED(libvlc_clearerr)) return;
+    if (!gLibvlcErrorStateReady) return;
     vlcfn::_libvlc_clearerr();
 }
 

@@ -251,6 +251,23 @@ void Host::CallPluginMain() {
     main(&ResolveEntry);
 }
 
+// What tests leave alive is reported by the audit; at the end its memory is
+// simply given back, without running plug-in destructors.
+Host::Impl::~Impl() {
+    for (auto& [address, info] : objects) {
+        if (info->kind == ObjectKind::Array) free(static_cast<HostArrayHeader*>(address)->elements);
+        if (info->gd) gdImageDestroy(info->gd);
+        if (info->cairo) cairo_destroy(info->cairo);
+        if (info->surface) cairo_surface_destroy(info->surface);
+        free(info->bytes);
+        free(address);
+        delete info;
+    }
+    for (HostString* s : strings) delete s;
+    for (auto& [name, cls] : classes) delete cls;
+    for (auto& [token, entry] : tokens) delete[] entry.indirection;
+}
+
 Host::~Host() {
     // Objects still alive belong to tests that leaked them; the audit reports those.
     if (impl_->raised) UnlockObject(impl_->raised);

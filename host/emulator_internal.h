@@ -63,6 +63,8 @@ struct Host::Impl {
     int64_t nextToken = 1000;
     REALobject raised = nullptr;
 
+    ~Impl();
+
     ObjectInfo* Info(const void* address) const {
         auto it = objects.find(const_cast<void*>(address));
         return it == objects.end() ? nullptr : it->second;
