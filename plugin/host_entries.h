@@ -53,6 +53,7 @@ void REALUnlockPictureDescription(REALpicture picture);
 void REALPictureClearCache(REALpicture picture);
 REALpicture REALNewPicture(RBInteger width, RBInteger height, RBInteger depth);
 RBInteger REALGetPictureType(REALpicture picture);
-REALpicture REALBuildPictureFromBuffer(uint32_t width, uint32_t height, uint32_t pixelType, void* buffer, uint32_t rowBytes);
+REALpicture REALBuildPictureFromBuffer(uint32_t width, uint32_t height, uint32_t pixelType, void* buffer,
+                                       uint32_t rowBytes);
 REALclassRef REALGetClassRef(const char* className);
 void* REALGetEventInstance(REALobject object, RBInteger eventToken);

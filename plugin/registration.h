@@ -73,10 +73,16 @@ REALproc Proc(F* function) {
     REALmethodDefinition { Proc(getter), Proc(setter), declaration, kFlagConsoleSafe, 0, nullptr }
 
 // A property read and written by the host itself at the field's offset.
-#define QRV_FIELD_PROPERTY(name, type, Data, field) \
-    REALproperty { nullptr, name, type, kPropertyFlags, kStandardAccessor, kStandardAccessor, static_cast<int32_t>(offsetof(Data, field)), nullptr, 0, nullptr, 0, nullptr }
-#define QRV_READONLY_FIELD_PROPERTY(name, type, Data, field) \
-    REALproperty { nullptr, name, type, kPropertyFlags, kStandardAccessor, nullptr, static_cast<int32_t>(offsetof(Data, field)), nullptr, 0, nullptr, 0, nullptr }
+#define QRV_FIELD_PROPERTY(name, type, Data, field)                                      \
+    REALproperty {                                                                       \
+        nullptr, name, type, kPropertyFlags, kStandardAccessor, kStandardAccessor,       \
+            static_cast<int32_t>(offsetof(Data, field)), nullptr, 0, nullptr, 0, nullptr \
+    }
+#define QRV_READONLY_FIELD_PROPERTY(name, type, Data, field)                                                          \
+    REALproperty {                                                                                                    \
+        nullptr, name, type, kPropertyFlags, kStandardAccessor, nullptr, static_cast<int32_t>(offsetof(Data, field)), \
+            nullptr, 0, nullptr, 0, nullptr                                                                           \
+    }
 // A property served by plug-in functions.
 #define QRV_PROPERTY(name, type, getter, setter) \
     REALproperty { nullptr, name, type, kPropertyFlags, Proc(getter), Proc(setter), 0, nullptr, 0, nullptr, 0, nullptr }

@@ -13,13 +13,13 @@ inline constexpr const char* kTracePrefix = "QRV Debug: ";
 void LogMessageX(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // TRACE("Count") writes "QRV Debug: Count".
-#define TRACE(name)                                         \
-    do {                                                    \
+#define TRACE(name)                                                         \
+    do {                                                                    \
         if (DebuggingEnabled == 1) LogMessageX("%s%s", kTracePrefix, name); \
     } while (0)
 
 // TRACEF("%p", "NewVLCAudioOutputQRV", node) writes "QRV Debug: NewVLCAudioOutputQRV 0x...".
-#define TRACEF(valueFormat, name, ...)                                                   \
-    do {                                                                                 \
+#define TRACEF(valueFormat, name, ...)                                                                \
+    do {                                                                                              \
         if (DebuggingEnabled == 1) LogMessageX("%s%s " valueFormat, kTracePrefix, name, __VA_ARGS__); \
     } while (0)
