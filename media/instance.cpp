@@ -1,8 +1,190 @@
 // VLCInstanceQRV: owns one libvlc instance; also carries the library-level
-// shared methods.
+// shared methods. Its members trace and test the libvlc function before the handle.
 #include "media/instance.h"
 
+#include <pthread.h>
+#include <signal.h>
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
 #include "binding/library.h"
+#include "media/records.h"
+#include "plugin/guard.h"
+#include "plugin/host_entries.h"
+#include "plugin/memory.h"
+#include "plugin/text.h"
+
+namespace {
+
+libvlc_instance_t* InstanceHandle(REALobject self) {
+    return reinterpret_cast<libvlc_instance_t*>(InstanceOf(self).handle);
+}
+
+// libvlc wants SIGCHLD at its default action and SIGPIPE blocked in the thread
+// that creates it.
+void PrepareSignals() {
+    signal(SIGCHLD, SIG_DFL);
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+}
+
+}  // namespace
+
+static void VLCInstanceConstructor(REALobject self, REALarray args) {
+    TRACE("VLCInstanceConstructor");
+    if (!VLC_NEED(libvlc_new)) return;
+    PrepareSignals();
+
+    // The converted texts stay alive until libvlc has read them.
+    std::vector<std::unique_ptr<rbText>> texts;
+    std::unique_ptr<const char*[]> argv;
+    int64_t argc = 0;
+    int64_t upper = ArrayUpperBound(args);
+    if (upper >= 0) {
+        argv.reset(new (std::nothrow) const char*[static_cast<size_t>(upper) + 1]());
+        if (argv) {
+            argc = upper + 1;
+            for (int64_t i = 0; i <= upper; ++i) {
+                REALstring element = nullptr;
+                if (i <= ArrayUpperBound(args))
+                    element = ArrayStringAt(args, i);
+                else
+                    RaiseOutOfBoundsException(i, ArrayUpperBound(args) + 1, "index", nullptr);
+                texts.push_back(std::make_unique<rbText>(element));
+                if (element != nullptr) REALUnlockString(element);  // the reader holds its own reference
+                argv[i] = texts.back()->GetUTF8();
+            }
+        }
+    }
+    if (DebuggingEnabled == 1) {
+        LogMessageX("%s%s %lld", kTracePrefix, "nargs", static_cast<long long>(argc));
+        LogMessageX("%s%s %p", kTracePrefix, "args", static_cast<void*>(argv.get()));
+        for (int64_t i = 0; i < argc; ++i) LogMessageX("%s%s %s", kTracePrefix, "args[]", argv[i]);
+    }
+    libvlc_instance_t* instance = vlcfn::_libvlc_new(static_cast<int>(argc), argv.get());
+    InstanceOf(self).handle = reinterpret_cast<int64_t>(instance);
+    if (instance != nullptr) gLibvlcErrorStateReady = true;
+    TRACEF("%p", "handle", static_cast<void*>(instance));
+}
+
+static void VLCInstanceDestructor(REALobject self) {
+    InstanceData& d = InstanceOf(self);
+    if (d.handle != 0 && vlcfn::_libvlc_release != nullptr)
+        vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));
+    d.handle = 0;
+    if (d.logFile != nullptr) {
+        REALUnlockObject(d.logFile);
+        d.logFile = nullptr;
+    }
+    if (d.logStream != nullptr) {
+        fclose(d.logStream);
+        d.logStream = nullptr;
+    }
+}
+
+static void SetAppID(REALobject self, REALstring id, REALstring version, REALstring icon) {
+    GUARD_TFH(InstanceOf(self).handle, "SetAppID", libvlc_set_app_id, );
+    rbText idText(id), versionText(version), iconText(icon);
+    vlcfn::_libvlc_set_app_id(InstanceHandle(self), idText.GetUTF8(), versionText.GetUTF8(), iconText.GetUTF8());
+}
+
+static void SetUserAgent(REALobject self, REALstring appName, REALstring httpUserAgent) {
+    GUARD_TFH(InstanceOf(self).handle, "SetUserAgent", libvlc_set_user_agent, );
+    rbText name(appName), agent(httpUserAgent);
+    vlcfn::_libvlc_set_user_agent(InstanceHandle(self), name.GetUTF8(), agent.GetUTF8());
+}
+
+static RBBoolean AddUserInterface(REALobject self, REALstring name) {
+    GUARD_TFH(InstanceOf(self).handle, "AddUserInterface", libvlc_add_intf, false);
+    rbText text(name);
+    return vlcfn::_libvlc_add_intf(InstanceHandle(self), text.GetUTF8()) == 0;
+}
+
+static void WaitUserInterface(REALobject self) {
+    GUARD_TFH(InstanceOf(self).handle, "WaitUserInterface", libvlc_wait, );
+    vlcfn::_libvlc_wait(InstanceHandle(self));
+}
+
+// List getters check the list function, trace again, then the release function.
+#define GUARD_LIST_TFTFH(handle, traceName, listFn, releaseFn) \
+    TRACE(traceName);                                          \
+    if (!VLC_NEED(listFn)) return nullptr;                     \
+    TRACE(traceName);                                          \
+    if (!VLC_NEED(releaseFn)) return nullptr;                  \
+    if (!HandleReady(handle)) return nullptr
+
+static REALobject GetAudioOutputList(REALobject self) {
+    GUARD_LIST_TFTFH(InstanceOf(self).handle, "GetAudioOutputList", libvlc_audio_output_list_get,
+                     libvlc_audio_output_list_release);
+    libvlc_audio_output_t* list = vlcfn::_libvlc_audio_output_list_get(InstanceHandle(self));
+    if (list == nullptr) return nullptr;
+    REALobject head = NewVLCAudioOutputQRV(list);
+    vlcfn::_libvlc_audio_output_list_release(list);
+    return head;
+}
+
+static REALobject AudioOutputDevices(REALobject self, REALstring moduleName) {
+    GUARD_LIST_TFTFH(InstanceOf(self).handle, "AudioOutputDevices", libvlc_audio_output_device_list_get,
+                     libvlc_audio_output_device_list_release);
+    rbText module(moduleName);
+    libvlc_audio_output_device_t* list =
+        vlcfn::_libvlc_audio_output_device_list_get(InstanceHandle(self), module.GetUTF8());
+    if (list == nullptr) return nullptr;
+    REALobject head = NewVLCAudioOutputDeviceQRV(list);
+    vlcfn::_libvlc_audio_output_device_list_release(list);
+    return head;
+}
+
+static REALobject GetVideoFilterList(REALobject self) {
+    GUARD_LIST_TFTFH(InstanceOf(self).handle, "GetVideoFilterList", libvlc_video_filter_list_get,
+                     libvlc_module_description_list_release);
+    libvlc_module_description_t* list = vlcfn::_libvlc_video_filter_list_get(InstanceHandle(self));
+    if (list == nullptr) return nullptr;
+    REALobject head = NewVLCModuleDescriptionQRV(list);
+    vlcfn::_libvlc_module_description_list_release(list);
+    return head;
+}
+
+static REALobject GetAudioFilterList(REALobject self) {
+    GUARD_LIST_TFTFH(InstanceOf(self).handle, "GetAudioFilterList", libvlc_audio_filter_list_get,
+                     libvlc_module_description_list_release);
+    libvlc_module_description_t* list = vlcfn::_libvlc_audio_filter_list_get(InstanceHandle(self));
+    if (list == nullptr) return nullptr;
+    REALobject head = NewVLCModuleDescriptionQRV(list);
+    vlcfn::_libvlc_module_description_list_release(list);
+    return head;
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+// libvlc's answer is dropped: the method answers 0, as it always has.
+static RBInteger GetAudioOutputDeviceCount(REALobject self, REALstring audioOutputName) {
+    GUARD_TFH(InstanceOf(self).handle, "GetAudioOutputDeviceCount", libvlc_audio_output_device_count, 0);
+    rbText name(audioOutputName);
+    vlcfn::_libvlc_audio_output_device_count(InstanceHandle(self), name.GetUTF8());
+    return 0;
+}
+
+static REALstring GetAudioOutputDeviceLongName(REALobject self, REALstring audioOutputName, RBInteger index) {
+    GUARD_TFH(InstanceOf(self).handle, "GetAudioOutputDeviceLongName", libvlc_audio_output_device_longname, nullptr);
+    rbText name(audioOutputName);
+    return BuildStringUTF8(
+        vlcfn::_libvlc_audio_output_device_longname(InstanceHandle(self), name.GetUTF8(), static_cast<int>(index)));
+}
+
+static REALstring GetAudioOutputDeviceID(REALobject self, REALstring audioOutputName, RBInteger index) {
+    GUARD_TFH(InstanceOf(self).handle, "GetAudioOutputDeviceID", libvlc_audio_output_device_id, nullptr);
+    rbText name(audioOutputName);
+    return BuildStringUTF8(
+        vlcfn::_libvlc_audio_output_device_id(InstanceHandle(self), name.GetUTF8(), static_cast<int>(index)));
+}
+
+#pragma GCC diagnostic pop
 
 // ---- class record ------------------------------------------------------------
 
@@ -10,6 +192,23 @@ namespace {
 
 REALproperty kProperties[] = {
     QRV_FIELD_PROPERTY("Handle", "Integer", InstanceData, handle),
+};
+
+REALmethodDefinition kMethods[] = {
+    QRV_METHOD(VLCInstanceConstructor, "Constructor(args() as string)"),
+    QRV_METHOD(VLCInstanceDestructor, "Destructor"),
+    QRV_METHOD(SetAppID, "SetAppID(ID as string, Version as string, Icon as String)"),
+    QRV_METHOD(SetUserAgent, "SetUserAgent(AppName as string, httpUserAgent as string)"),
+    QRV_METHOD(AddUserInterface, "AddUserInterface(name as string) as Boolean"),
+    QRV_METHOD(WaitUserInterface, "WaitUserInterface"),
+    QRV_METHOD(GetAudioOutputList, "GetAudioOutputList as VLCAudioOutputQRV"),
+    QRV_METHOD(AudioOutputDevices, "AudioOutputDevices(ModuleName as string) as VLCAudioOutputDeviceQRV"),
+    QRV_METHOD(GetVideoFilterList, "GetVideoFilterList as VLCModuleDescriptionQRV"),
+    QRV_METHOD(GetAudioFilterList, "GetAudioFilterList as VLCModuleDescriptionQRV"),
+    QRV_METHOD(GetAudioOutputDeviceCount, "GetAudioOutputDeviceCount(AudioOutputName as string) as integer"),
+    QRV_METHOD(GetAudioOutputDeviceLongName,
+               "GetAudioOutputDeviceLongName(AudioOutputName as string, index as integer) as string"),
+    QRV_METHOD(GetAudioOutputDeviceID, "GetAudioOutputDeviceID(AudioOutputName as string, index as integer) as string"),
 };
 
 REALattribute kHiddenAttribute[] = {{"Hidden", ""}};
@@ -34,13 +233,13 @@ REALmethodDefinition kSharedMethods[] = {
 };
 
 REALconstant kConstants[] = {
-    QRV_CONSTANT("kAudioChannelError = -1"),     QRV_CONSTANT("kAudioChannelStereo = 1"),
-    QRV_CONSTANT("kAudioChannelRStereo = 2"),    QRV_CONSTANT("kAudioChannelLeft = 3"),
-    QRV_CONSTANT("kAudioChannelRight = 4"),      QRV_CONSTANT("kAudioChannelDolbys = 5"),
+    QRV_CONSTANT("kAudioChannelError = -1"),      QRV_CONSTANT("kAudioChannelStereo = 1"),
+    QRV_CONSTANT("kAudioChannelRStereo = 2"),     QRV_CONSTANT("kAudioChannelLeft = 3"),
+    QRV_CONSTANT("kAudioChannelRight = 4"),       QRV_CONSTANT("kAudioChannelDolbys = 5"),
     QRV_CONSTANT("kAudioOutputDeviceError = -1"), QRV_CONSTANT("kAudioOutputDeviceMono = 1"),
     QRV_CONSTANT("kAudioOutputDeviceStereo = 2"), QRV_CONSTANT("kAudioOutputDevice2F2R = 4"),
-    QRV_CONSTANT("kAudioOutputDevice3F2R = 5"),  QRV_CONSTANT("kAudioOutputDevice_5_1 = 6"),
-    QRV_CONSTANT("kAudioOutputDevice_6_1 = 7"),  QRV_CONSTANT("kAudioOutputDevice_7_1 = 8"),
+    QRV_CONSTANT("kAudioOutputDevice3F2R = 5"),   QRV_CONSTANT("kAudioOutputDevice_5_1 = 6"),
+    QRV_CONSTANT("kAudioOutputDevice_6_1 = 7"),   QRV_CONSTANT("kAudioOutputDevice_7_1 = 8"),
     QRV_CONSTANT("kAudioOutputDeviceSPDIF = 10"),
 };
 
@@ -52,6 +251,8 @@ REALclassDefinition VLCInstanceQRVClass = {
     .dataSize = sizeof(InstanceData),
     .properties = kProperties,
     .propertyCount = std::size(kProperties),
+    .methods = kMethods,
+    .methodCount = std::size(kMethods),
     .constants = kConstants,
     .constantCount = std::size(kConstants),
     .mFlags = kFlagConsoleSafe,

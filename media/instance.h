@@ -7,7 +7,7 @@
 #include "plugin/registration.h"
 
 struct InstanceData {
-    int64_t handle;        // libvlc_instance_t*
+    int64_t handle;          // libvlc_instance_t*
     REALfolderItem logFile;  // kept by SetLogFile, unlocked by ClearLog and the destructor
     FILE* logStream;
 };

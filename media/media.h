@@ -8,10 +8,10 @@
 struct libvlc_media_t;
 
 struct MediaData {
-    int64_t handle;     // libvlc_media_t*
-    REALobject vlc;     // VLCInstanceQRV, locked
-    int32_t tempFD;     // descriptor to close in the destructor, -1 when none
-    char* tempPath;     // temporary file of MediaWithData
+    int64_t handle;  // libvlc_media_t*
+    REALobject vlc;  // VLCInstanceQRV, locked
+    int32_t tempFD;  // descriptor to close in the destructor, -1 when none
+    char* tempPath;  // temporary file of MediaWithData
 };
 
 inline MediaData& MediaOf(REALobject object) { return DataOf<MediaData>(object, VLCMediaQRVClass); }

@@ -1,8 +1,84 @@
+// VLCMediaLibraryQRV: the libvlc media library. Members test the handle,
+// trace, then test the libvlc function (GUARD_HTF).
+#include <vlc/vlc.h>
+
 #include "media/discoverer_library.h"
+#include "media/instance.h"
+#include "playback/media_list.h"
+#include "plugin/guard.h"
+#include "plugin/host_entries.h"
+
+namespace {
+
+ServiceData& LibraryOf(REALobject self) { return DataOf<ServiceData>(self, VLCMediaLibraryQRVClass); }
+libvlc_media_library_t* LibraryHandle(REALobject self) {
+    return reinterpret_cast<libvlc_media_library_t*>(LibraryOf(self).handle);
+}
+
+}  // namespace
+
+// An instance whose handle is 0 is reported, yet kept in VLC.
+static void VLCMediaLibraryConstructor(REALobject self, REALobject vlc) {
+    TRACE("VLCMediaLibraryConstructor");
+    if (!VLC_NEED(libvlc_media_library_new)) return;
+    if (vlc == nullptr) {
+        RaiseNilObjectException("vlc parameter is nil");
+        return;
+    }
+    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
+    if (instance == 0)
+        RaiseNilObjectException("vlc parameter is nil");
+    else
+        LibraryOf(self).handle =
+            reinterpret_cast<int64_t>(vlcfn::_libvlc_media_library_new(reinterpret_cast<libvlc_instance_t*>(instance)));
+    LibraryOf(self).vlc = vlc;
+    REALLockObject(vlc);
+}
+
+static void VLCMediaLibraryDestructor(REALobject self) {
+    ServiceData& d = LibraryOf(self);
+    if (d.handle != 0 && vlcfn::_libvlc_media_library_release != nullptr)
+        vlcfn::_libvlc_media_library_release(reinterpret_cast<libvlc_media_library_t*>(d.handle));
+    d.handle = 0;
+    if (d.vlc != nullptr) {
+        REALUnlockObject(d.vlc);
+        d.vlc = nullptr;
+    }
+}
+
+static RBBoolean Load(REALobject self) {
+    GUARD_HTF(LibraryOf(self).handle, "Load", libvlc_media_library_load, false);
+    return vlcfn::_libvlc_media_library_load(LibraryHandle(self)) == 0;
+}
+
+static REALobject GetMediaList(REALobject self) {
+    GUARD_HTF(LibraryOf(self).handle, "GetMediaList", libvlc_media_library_media_list, nullptr);
+    return NewVLCMediaListQRV(vlcfn::_libvlc_media_library_media_list(LibraryHandle(self)), LibraryOf(self).vlc);
+}
+
+namespace {
+
+REALproperty kProperties[] = {
+    QRV_FIELD_PROPERTY("Handle", "Integer", ServiceData, handle),
+    QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", ServiceData, vlc),
+};
+
+REALmethodDefinition kMethods[] = {
+    QRV_METHOD(VLCMediaLibraryConstructor, "Constructor(vlc as VLCInstanceQRV)"),
+    QRV_METHOD(VLCMediaLibraryDestructor, "Destructor"),
+    QRV_METHOD(Load, "Load as Boolean"),
+    QRV_METHOD(GetMediaList, "MediaList as VLCMediaListQRV"),
+};
+
+}  // namespace
 
 REALclassDefinition VLCMediaLibraryQRVClass = {
     .version = kStaticRecordVersion,
     .name = "VLCMediaLibraryQRV",
     .dataSize = sizeof(ServiceData),
+    .properties = kProperties,
+    .propertyCount = std::size(kProperties),
+    .methods = kMethods,
+    .methodCount = std::size(kMethods),
     .mFlags = kFlagConsoleSafe,
 };

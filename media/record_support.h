@@ -1,0 +1,42 @@
+// Small helpers shared by the record classes.
+#pragma once
+
+#include "plugin/host_entries.h"
+#include "plugin/registration.h"
+#include "plugin/text.h"
+#include "plugin/trace.h"
+
+#include <cstring>
+
+// Gives back a string field the record holds and clears it.
+inline void ReleaseField(REALstring& field) {
+    if (field != nullptr) REALUnlockString(field);
+    field = nullptr;
+}
+
+// Gives back an object field the record holds and clears it.
+inline void ReleaseField(REALobject& field) {
+    if (field != nullptr) REALUnlockObject(field);
+    field = nullptr;
+}
+
+// The four bytes of a fourcc in memory order, as an ASCII string of length 4.
+inline REALstring FourCCString(uint32_t fourcc) {
+    char bytes[4];
+    memcpy(bytes, &fourcc, 4);
+    return REALBuildUnicodeString(bytes, 4, kEncodingASCII);
+}
+
+// Copies a libvlc linked list into a chain of host records, head first, each
+// record holding its successor. `fill` copies one node's fields and answers
+// the record's Next field. Stops (nil) where a record cannot be made.
+template <typename Data, typename Node, typename Fill>
+REALobject NewRecordChain(const Node* node, const char* traceLabel, const REALclassDefinition& cls, Fill fill) {
+    TRACEF("%p", traceLabel, static_cast<const void*>(node));
+    if (node == nullptr) return nullptr;
+    REALobject object = REALnewInstance(cls.name);
+    if (object == nullptr) return nullptr;
+    REALobject* next = fill(DataOf<Data>(object, cls), *node);
+    *next = NewRecordChain<Data>(node->p_next, traceLabel, cls, fill);
+    return object;
+}
