@@ -69,6 +69,9 @@ Declaration ParseDeclaration(std::string_view text) {
     std::string full = Trim(text);
     std::string lower = Lower(full);
     size_t open = full.find('(');
+    // "Tracks as VLCMediaTrackQRV()": parentheses after " as " belong to the result type.
+    size_t firstAs = lower.find(" as ");
+    if (open != std::string::npos && firstAs != std::string::npos && firstAs < open) open = std::string::npos;
     size_t nameEnd = open;
     size_t afterParameters = 0;
     if (open != std::string::npos) {

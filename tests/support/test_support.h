@@ -2,7 +2,9 @@
 // and expectations on raised host exceptions.
 #pragma once
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <vlc/vlc.h>
 
 #include <string>
 
@@ -56,6 +58,70 @@ class StderrCapture {
 public:
     StderrCapture() { ::testing::internal::CaptureStderr(); }
     std::string Finish() { return ::testing::internal::GetCapturedStderr(); }
+};
+
+}  // namespace qrvtest
+
+namespace qrvtest {
+
+// The fake libvlc's control functions, reached through the same file the
+// plug-in loads (same handle, same state).
+class FakeVLC {
+public:
+    explicit FakeVLC(bool partial = false) : path(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH) {
+        handle_ = dlopen(path.c_str(), RTLD_NOW);
+        Bind(reset, "fakevlc_reset");
+        Bind(setInt, "fakevlc_set_int");
+        Bind(setDouble, "fakevlc_set_double");
+        Bind(setPtr, "fakevlc_set_ptr");
+        Bind(calls, "fakevlc_calls");
+        Bind(text, "fakevlc_text");
+        Bind(integer, "fakevlc_int");
+        Bind(newMedia, "fakevlc_new_media");
+        Bind(mediaRefs, "fakevlc_media_refs");
+        Bind(attached, "fakevlc_attached");
+        Bind(fire, "fakevlc_fire");
+        Bind(fireFromThreads, "fakevlc_fire_from_threads");
+        Bind(eventManager, "fakevlc_event_manager");
+        Bind(log, "fakevlc_log");
+        Bind(requestExit, "fakevlc_request_exit");
+        Bind(renderFrame, "fakevlc_render_frame");
+        if (reset) reset();
+    }
+    bool Loaded() const { return handle_ != nullptr && reset != nullptr; }
+    // Makes the plug-in of this host bind the fake.
+    bool LoadInto(emu::Host& host) const {
+        return host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(path)}).AsBool();
+    }
+    std::string Text(const char* key) const {
+        const char* t = text(key);
+        return t ? t : "";
+    }
+
+    std::string path;
+    void (*reset)() = nullptr;
+    void (*setInt)(const char*, int64_t) = nullptr;
+    void (*setDouble)(const char*, double) = nullptr;
+    void (*setPtr)(const char*, void*) = nullptr;
+    int64_t (*calls)(const char*) = nullptr;
+    const char* (*text)(const char*) = nullptr;
+    int64_t (*integer)(const char*) = nullptr;
+    libvlc_media_t* (*newMedia)() = nullptr;
+    int64_t (*mediaRefs)(libvlc_media_t*) = nullptr;
+    int64_t (*attached)(libvlc_event_manager_t*, int) = nullptr;
+    void (*fire)(libvlc_event_manager_t*, const libvlc_event_t*) = nullptr;
+    void (*fireFromThreads)(libvlc_event_manager_t*, const libvlc_event_t*, int, int64_t) = nullptr;
+    libvlc_event_manager_t* (*eventManager)() = nullptr;
+    void (*log)(int, const char*, const char*, unsigned, const char*, int) = nullptr;
+    void (*requestExit)() = nullptr;
+    int (*renderFrame)(unsigned char) = nullptr;
+
+private:
+    template <typename Fn>
+    void Bind(Fn& fn, const char* name) {
+        fn = handle_ ? reinterpret_cast<Fn>(dlsym(handle_, name)) : nullptr;
+    }
+    void* handle_ = nullptr;
 };
 
 }  // namespace qrvtest

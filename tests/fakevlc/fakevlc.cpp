@@ -1,0 +1,348 @@
+// A fake libvlc for the cases a real one cannot produce: missing functions,
+// odd answers, events and log lines from worker threads. Every function of the
+// plug-in's list exists here as a weak default answering what the test set;
+// the behaviour tests need is written out below and overrides those defaults.
+#include <cstdarg>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "tests/fakevlc/fakevlc_state.h"
+
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+using namespace fakevlc;
+
+// ---- behaviour tests rely on -------------------------------------------------
+
+extern "C" {
+
+libvlc_instance_t* libvlc_new(int argc, const char* const* argv) {
+    Count("libvlc_new");
+    std::string joined;
+    for (int i = 0; i < argc; ++i) joined += std::string(i ? "\n" : "") + (argv[i] ? argv[i] : "(null)");
+    Record("libvlc_new.argv", argv == nullptr ? "(null argv)" : joined.c_str());
+    RecordInt("libvlc_new.argc", argc);
+    Answer a = AnswerOf("libvlc_new");
+    return static_cast<libvlc_instance_t*>(a.pointer ? a.pointer : reinterpret_cast<void*>(0x1A57));
+}
+
+// Answers a new media, or NULL when the test set the answer -1.
+libvlc_media_t* libvlc_media_new_path(libvlc_instance_t*, const char* path) {
+    Count("libvlc_media_new_path");
+    Record("libvlc_media_new_path.path", path);
+    if (AnswerOf("libvlc_media_new_path").integer == -1) return nullptr;
+    return fakevlc_new_media();
+}
+
+// Out-parameter functions answer the pointer and count the test set.
+unsigned libvlc_media_tracks_get(libvlc_media_t*, libvlc_media_track_t*** tracks) {
+    Count("libvlc_media_tracks_get");
+    Answer a = AnswerOf("libvlc_media_tracks_get");
+    *tracks = static_cast<libvlc_media_track_t**>(a.pointer);
+    return static_cast<unsigned>(a.integer);
+}
+
+int libvlc_media_get_tracks_info(libvlc_media_t*, libvlc_media_track_info_t** info) {
+    Count("libvlc_media_get_tracks_info");
+    Answer a = AnswerOf("libvlc_media_get_tracks_info");
+    *info = static_cast<libvlc_media_track_info_t*>(a.pointer);
+    return static_cast<int>(a.integer);
+}
+
+int libvlc_media_get_stats(libvlc_media_t*, libvlc_media_stats_t* stats) {
+    Count("libvlc_media_get_stats");
+    Answer a = AnswerOf("libvlc_media_get_stats");
+    if (a.pointer == nullptr) return 0;
+    *stats = *static_cast<const libvlc_media_stats_t*>(a.pointer);
+    return 1;
+}
+
+libvlc_media_t* libvlc_media_new_location(libvlc_instance_t*, const char* url) {
+    Count("libvlc_media_new_location");
+    Record("libvlc_media_new_location.url", url);
+    return fakevlc_new_media();
+}
+
+void libvlc_media_retain(libvlc_media_t* media) {
+    Count("libvlc_media_retain");
+    std::lock_guard<std::mutex> hold(S().lock);
+    ++S().mediaRefs[media];
+}
+
+void libvlc_media_release(libvlc_media_t* media) {
+    Count("libvlc_media_release");
+    std::lock_guard<std::mutex> hold(S().lock);
+    --S().mediaRefs[media];
+}
+
+libvlc_event_manager_t* libvlc_media_player_event_manager(libvlc_media_player_t*) {
+    Count("libvlc_media_player_event_manager");
+    return kManager;
+}
+libvlc_event_manager_t* libvlc_media_event_manager(libvlc_media_t*) {
+    Count("libvlc_media_event_manager");
+    return kManager;
+}
+libvlc_event_manager_t* libvlc_media_list_event_manager(libvlc_media_list_t*) {
+    Count("libvlc_media_list_event_manager");
+    return kManager;
+}
+libvlc_event_manager_t* libvlc_media_list_player_event_manager(libvlc_media_list_player_t*) {
+    Count("libvlc_media_list_player_event_manager");
+    return kManager;
+}
+libvlc_event_manager_t* libvlc_media_discoverer_event_manager(libvlc_media_discoverer_t*) {
+    Count("libvlc_media_discoverer_event_manager");
+    return kManager;
+}
+
+int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
+                        void* data) {
+    Count("libvlc_event_attach");
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().listeners.push_back({manager, static_cast<int>(type), callback, data});
+    return 0;
+}
+
+void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
+                         void* data) {
+    Count("libvlc_event_detach");
+    std::lock_guard<std::mutex> hold(S().lock);
+    auto& l = S().listeners;
+    for (auto it = l.begin(); it != l.end(); ++it)
+        if (it->manager == manager && it->type == static_cast<int>(type) && it->callback == callback &&
+            it->data == data) {
+            l.erase(it);
+            return;
+        }
+}
+
+void libvlc_log_set(libvlc_instance_t*, libvlc_log_cb cb, void* data) {
+    Count("libvlc_log_set");
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().logCallback = cb;
+    S().logData = data;
+}
+
+void libvlc_log_unset(libvlc_instance_t*) {
+    Count("libvlc_log_unset");
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().logCallback = nullptr;
+}
+
+// Log contexts of the fake carry the module, file and line to report.
+struct FakeLogContext {
+    const char* module;
+    const char* file;
+    unsigned line;
+};
+
+void libvlc_log_get_context(const libvlc_log_t* ctx, const char** module, const char** file, unsigned* line) {
+    Count("libvlc_log_get_context");
+    auto* c = reinterpret_cast<const FakeLogContext*>(ctx);
+    *module = c->module;
+    *file = c->file;
+    *line = c->line;
+}
+
+void libvlc_log_get_object(const libvlc_log_t*, const char** name, const char** header, uintptr_t* id) {
+    Count("libvlc_log_get_object");
+    *name = "fake object";
+    *header = nullptr;
+    *id = 42;
+}
+
+void libvlc_set_exit_handler(libvlc_instance_t*, void (*cb)(void*), void* opaque) {
+    Count("libvlc_set_exit_handler");
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().exitHandler = cb;
+    S().exitData = opaque;
+}
+
+void libvlc_video_set_callbacks(libvlc_media_player_t*, libvlc_video_lock_cb lock, libvlc_video_unlock_cb unlock,
+                                libvlc_video_display_cb display, void* opaque) {
+    Count("libvlc_video_set_callbacks");
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().lock_ = lock;
+    S().unlock = unlock;
+    S().display = display;
+    S().videoOpaque = opaque;
+}
+
+void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigned width, unsigned height,
+                             unsigned pitch) {
+    Count("libvlc_video_set_format");
+    Record("libvlc_video_set_format.chroma", chroma);
+    RecordInt("libvlc_video_set_format.width", width);
+    RecordInt("libvlc_video_set_format.height", height);
+    RecordInt("libvlc_video_set_format.pitch", pitch);
+}
+
+void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, libvlc_playback_mode_t mode) {
+    Count("libvlc_media_list_player_set_playback_mode");
+    RecordInt("libvlc_media_list_player_set_playback_mode.mode", mode);
+}
+
+// ---- control -----------------------------------------------------------------
+
+__attribute__((visibility("default"))) void fakevlc_reset(void) {
+    State& s = S();
+    std::lock_guard<std::mutex> hold(s.lock);
+    s.answers.clear();
+    s.calls.clear();
+    s.texts.clear();
+    s.ints.clear();
+    s.mediaRefs.clear();
+    s.listeners.clear();
+    s.logCallback = nullptr;
+    s.exitHandler = nullptr;
+    s.lock_ = nullptr;
+    s.unlock = nullptr;
+    s.display = nullptr;
+}
+
+__attribute__((visibility("default"))) void fakevlc_set_int(const char* function, int64_t value) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().answers[function].integer = value;
+}
+
+__attribute__((visibility("default"))) void fakevlc_set_double(const char* function, double value) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().answers[function].real = value;
+}
+
+__attribute__((visibility("default"))) void fakevlc_set_ptr(const char* function, void* value) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().answers[function].pointer = value;
+}
+
+__attribute__((visibility("default"))) int64_t fakevlc_calls(const char* function) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    auto it = S().calls.find(function);
+    return it == S().calls.end() ? 0 : it->second;
+}
+
+__attribute__((visibility("default"))) const char* fakevlc_text(const char* key) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    auto it = S().texts.find(key);
+    return it == S().texts.end() ? nullptr : it->second.c_str();
+}
+
+__attribute__((visibility("default"))) int64_t fakevlc_int(const char* key) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    auto it = S().ints.find(key);
+    return it == S().ints.end() ? -999 : it->second;
+}
+
+__attribute__((visibility("default"))) libvlc_media_t* fakevlc_new_media(void) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    // Distinct addresses that are never dereferenced by the plug-in.
+    auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
+    S().media.push_back(media);
+    S().mediaRefs[media] = 1;
+    return media;
+}
+
+__attribute__((visibility("default"))) int64_t fakevlc_media_refs(libvlc_media_t* media) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    return S().mediaRefs[media];
+}
+
+__attribute__((visibility("default"))) libvlc_event_manager_t* fakevlc_event_manager(void) { return kManager; }
+
+__attribute__((visibility("default"))) int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    int64_t n = 0;
+    for (const auto& l : S().listeners)
+        if (l.manager == manager && l.type == type) ++n;
+    return n;
+}
+
+__attribute__((visibility("default"))) void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
+    std::vector<State::Listener> matching;
+    {
+        std::lock_guard<std::mutex> hold(S().lock);
+        for (const auto& l : S().listeners)
+            if (l.manager == manager && l.type == event->type) matching.push_back(l);
+    }
+    for (const auto& l : matching) l.callback(event, l.data);
+}
+
+__attribute__((visibility("default"))) void fakevlc_fire_from_threads(libvlc_event_manager_t* manager,
+                                                                      const libvlc_event_t* event, int threads,
+                                                                      int64_t count) {
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back([=] {
+            libvlc_event_t copy = *event;
+            for (int64_t i = 0; i < count; ++i) {
+                copy.u.media_player_time_changed.new_time = t * int64_t{1000000000} + i;
+                fakevlc_fire(manager, &copy);
+            }
+        });
+    for (auto& w : workers) w.join();
+}
+
+namespace {
+
+void CallLog(libvlc_log_cb cb, void* data, int level, const FakeLogContext* context, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    cb(data, level, reinterpret_cast<const libvlc_log_t*>(context), format, args);
+    va_end(args);
+}
+
+}  // namespace
+
+__attribute__((visibility("default"))) void fakevlc_log(int level, const char* module, const char* file, unsigned line,
+                                                        const char* text, int onNewThread) {
+    libvlc_log_cb cb;
+    void* data;
+    {
+        std::lock_guard<std::mutex> hold(S().lock);
+        cb = S().logCallback;
+        data = S().logData;
+    }
+    if (cb == nullptr) return;
+    FakeLogContext context{module, file, line};
+    auto emit = [&] { CallLog(cb, data, level, &context, "%s", text); };
+    if (onNewThread) {
+        std::thread worker(emit);
+        worker.join();
+    } else {
+        emit();
+    }
+}
+
+__attribute__((visibility("default"))) void fakevlc_request_exit(void) {
+    void (*handler)(void*);
+    void* data;
+    {
+        std::lock_guard<std::mutex> hold(S().lock);
+        handler = S().exitHandler;
+        data = S().exitData;
+    }
+    if (handler == nullptr) return;
+    std::thread worker(handler, data);
+    worker.join();
+}
+
+__attribute__((visibility("default"))) int fakevlc_render_frame(unsigned char fill) {
+    State& s = S();
+    if (s.lock_ == nullptr) return 0;
+    int64_t pitch = fakevlc_int("libvlc_video_set_format.pitch");
+    int64_t height = fakevlc_int("libvlc_video_set_format.height");
+    void* planes[3] = {nullptr, nullptr, nullptr};
+    void* picture = s.lock_(s.videoOpaque, planes);
+    if (planes[0] != nullptr && pitch > 0 && height > 0) memset(planes[0], fill, static_cast<size_t>(pitch * height));
+    if (s.unlock) s.unlock(s.videoOpaque, picture, planes);
+    if (s.display) s.display(s.videoOpaque, picture);
+    return 1;
+}
+
+}  // extern "C"

@@ -1,0 +1,45 @@
+// Control side of the fake libvlc: set answers, read call counts and recorded
+// arguments, fire events, log lines and exit requests from other threads.
+// Tests reach it by dlopen()ing the same file the plug-in loaded (one handle,
+// one set of globals) through qrvtest::FakeVLC.
+#pragma once
+
+#include <vlc/vlc.h>
+
+#include <cstdint>
+
+extern "C" {
+// Everything back to defaults: answers 0/NULL, counts 0, nothing recorded.
+void fakevlc_reset(void);
+// The answer of a function by its libvlc name.
+void fakevlc_set_int(const char* function, int64_t value);
+void fakevlc_set_double(const char* function, double value);
+void fakevlc_set_ptr(const char* function, void* value);
+int64_t fakevlc_calls(const char* function);
+// Text arguments recorded by name: "libvlc_new.argv" (joined by '\n'),
+// "libvlc_media_new_path.path", "libvlc_video_set_format.chroma", ...
+const char* fakevlc_text(const char* key);
+// Integer arguments recorded by name: "libvlc_new.argc", "libvlc_media_list_player_set_playback_mode.mode", ...
+int64_t fakevlc_int(const char* key);
+// A media object of the fake and its reference count.
+libvlc_media_t* fakevlc_new_media(void);
+int64_t fakevlc_media_refs(libvlc_media_t* media);
+
+// Events: what libvlc_event_attach registered, fired on this thread or on new ones.
+int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
+void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
+// Fires `count` copies of the event from each of `threads` new threads; u.media_player_time_changed.new_time
+// carries thread * 1'000'000'000 + sequence number. Joins them before returning.
+void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
+                               int64_t count);
+// The event manager the fake answers for any object.
+libvlc_event_manager_t* fakevlc_event_manager(void);
+
+// Logging: calls the installed log callback with "%s" and the text.
+void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
+// Exit: calls the installed exit handler on a new thread and joins it.
+void fakevlc_request_exit(void);
+// Video: runs lock, writes `fill` into every byte of the frame, unlock and display,
+// with the geometry of the last libvlc_video_set_format.
+int fakevlc_render_frame(unsigned char fill);
+}
