@@ -756,6 +756,11 @@ int64_t Host::ArrayUBound(const Value& array) const {
     return ubound;
 }
 
+uint8_t* Host::MemoryBytesPointer(const Value& block) const {
+    ObjectInfo* info = impl_->Info(block.AsObject());
+    return info ? info->bytes : nullptr;
+}
+
 std::vector<uint8_t> Host::MemoryBytes(const Value& block) const {
     ObjectInfo* info = impl_->Info(block.AsObject());
     if (info == nullptr || info->bytes == nullptr) return {};

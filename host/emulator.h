@@ -161,6 +161,7 @@ public:
     uint32_t Encoding(const Value& string) const;
     std::vector<Value> ArrayObjects(const Value& array) const;
     std::vector<uint8_t> MemoryBytes(const Value& block) const;
+    uint8_t* MemoryBytesPointer(const Value& block) const;
     int64_t ArrayUBound(const Value& array) const;
 
     // ---- subclasses with event handlers
