@@ -411,13 +411,23 @@ void EndCall(Host::Impl& state, Host& host) {
     state.raised = nullptr;
 }
 
+// An object argument fits a declared class when the class is in the object's chain.
+bool IsInstanceOf(const Value& value, const std::string& type) {
+    if (type == "variant" || type == "object" || type.find("()") != std::string::npos) return true;
+    ObjectInfo* info = State().Info(value.AsObject());
+    if (info == nullptr) return false;
+    for (const ClassInfo* c = info->cls; c != nullptr; c = c->super)
+        if (Lower(c->name) == type) return true;
+    return false;
+}
+
 bool Compatible(const Parameter& parameter, const Value& value) {
     const std::string& t = parameter.type;
     Value::Kind k = value.kind();
     if (parameter.byref) return k == Value::Kind::Ref;
     if (k == Value::Kind::Nil) return t == "string" || IsObjectType(t) || t == "ptr";
     if (t == "string") return k == Value::Kind::String;
-    if (IsObjectType(t)) return k == Value::Kind::Object;
+    if (IsObjectType(t)) return k == Value::Kind::Object && IsInstanceOf(value, t);
     if (t == "ptr") return k == Value::Kind::Ptr || k == Value::Kind::Integer;
     if (t == "boolean") return k == Value::Kind::Boolean;
     return k == Value::Kind::Integer || k == Value::Kind::UInt32 || k == Value::Kind::Double ||

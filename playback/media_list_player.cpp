@@ -1,8 +1,184 @@
+// VLCMediaListPlayerQRV: plays a VLCMediaListQRV through a VLCMediaPlayerQRV.
+// Members trace, test the libvlc function, then the handle (GUARD_TFH).
 #include "playback/media_list_player.h"
+
+#include <vlc/vlc.h>
+
+#include "media/instance.h"
+#include "media/media.h"
+#include "playback/media_list.h"
+#include "playback/media_player.h"
+#include "plugin/guard.h"
+#include "plugin/host_entries.h"
+
+namespace {
+
+MediaListPlayerData& ListPlayerOf(REALobject self) {
+    return DataOf<MediaListPlayerData>(self, VLCMediaListPlayerQRVClass);
+}
+libvlc_media_list_player_t* ListPlayer(REALobject self) {
+    return reinterpret_cast<libvlc_media_list_player_t*>(ListPlayerOf(self).handle);
+}
+
+}  // namespace
+
+#define LIST_PLAYER_GUARD(traceName, fn, zero) GUARD_TFH(ListPlayerOf(self).handle, traceName, fn, zero)
+
+// An instance whose handle is 0 is reported and still kept.
+static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
+    TRACE("VLCMediaListPlayerConstructor");
+    if (!VLC_NEED(libvlc_media_list_player_new)) return;
+    if (vlc == nullptr) {
+        RaiseNilObjectException("vlc parameter is nil");
+        return;
+    }
+    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
+    if (instance == 0)
+        RaiseNilObjectException("vlc parameter is nil");
+    else
+        ListPlayerOf(self).handle = reinterpret_cast<int64_t>(
+            vlcfn::_libvlc_media_list_player_new(reinterpret_cast<libvlc_instance_t*>(instance)));
+    ListPlayerOf(self).vlc = vlc;
+    REALLockObject(vlc);
+}
+
+// List and Player keep the locks SetMediaList and SetMediaPlayer took.
+static void VLCMediaListPlayerDestructor(REALobject self) {
+    MediaListPlayerData& d = ListPlayerOf(self);
+    if (d.handle != 0 && vlcfn::_libvlc_media_list_player_release != nullptr)
+        vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
+    d.handle = 0;
+    if (d.vlc != nullptr) {
+        REALUnlockObject(d.vlc);
+        d.vlc = nullptr;
+    }
+}
+
+static void Play(REALobject self) {
+    LIST_PLAYER_GUARD("Play", libvlc_media_list_player_play, );
+    vlcfn::_libvlc_media_list_player_play(ListPlayer(self));
+}
+
+static void Pause(REALobject self) {
+    LIST_PLAYER_GUARD("Pause", libvlc_media_list_player_pause, );
+    vlcfn::_libvlc_media_list_player_pause(ListPlayer(self));
+}
+
+static void Stop(REALobject self) {
+    LIST_PLAYER_GUARD("Stop", libvlc_media_list_player_stop, );
+    vlcfn::_libvlc_media_list_player_stop(ListPlayer(self));
+}
+
+static RBBoolean MoveNext(REALobject self) {
+    LIST_PLAYER_GUARD("MoveNext", libvlc_media_list_player_next, false);
+    return vlcfn::_libvlc_media_list_player_next(ListPlayer(self)) == 0;
+}
+
+// Tests the loaded `next` and calls `previous`: the pairing is kept as it is.
+static RBBoolean MovePrevious(REALobject self) {
+    LIST_PLAYER_GUARD("MovePrevious", libvlc_media_list_player_next, false);
+    return vlcfn::_libvlc_media_list_player_previous(ListPlayer(self)) == 0;
+}
+
+static RBBoolean PlayItemAtIndex(REALobject self, RBInteger index) {
+    LIST_PLAYER_GUARD("PlayItemAtIndex", libvlc_media_list_player_play_item_at_index, false);
+    return vlcfn::_libvlc_media_list_player_play_item_at_index(ListPlayer(self), static_cast<int>(index)) == 0;
+}
+
+static RBBoolean PlayItem(REALobject self, REALobject item) {
+    LIST_PLAYER_GUARD("PlayItem", libvlc_media_list_player_play_item, false);
+    int64_t media = HandleOf(item, VLCMediaQRVClass);
+    if (media == 0) {
+        RaiseNilObjectException("Item is nil");
+        return false;
+    }
+    return vlcfn::_libvlc_media_list_player_play_item(ListPlayer(self), reinterpret_cast<libvlc_media_t*>(media)) == 0;
+}
+
+static RBBoolean IsPlaying(REALobject self) {
+    LIST_PLAYER_GUARD("IsPlaying", libvlc_media_list_player_is_playing, false);
+    return static_cast<uint8_t>(vlcfn::_libvlc_media_list_player_is_playing(ListPlayer(self))) != 0;
+}
+
+static RBInteger GetState(REALobject self) {
+    LIST_PLAYER_GUARD("GetState", libvlc_media_list_player_get_state, 0);
+    return static_cast<RBInteger>(vlcfn::_libvlc_media_list_player_get_state(ListPlayer(self)));
+}
+
+// A player stored earlier is overwritten without being unlocked.
+static void SetMediaPlayer(REALobject self, REALobject player) {
+    LIST_PLAYER_GUARD("SetMediaPlayer", libvlc_media_list_player_set_media_player, );
+    int64_t handle = HandleOf(player, VLCMediaPlayerQRVClass);
+    if (handle == 0) {
+        RaiseNilObjectException("Player is nil");
+        return;
+    }
+    ListPlayerOf(self).player = player;
+    REALLockObject(player);
+    vlcfn::_libvlc_media_list_player_set_media_player(ListPlayer(self),
+                                                      reinterpret_cast<libvlc_media_player_t*>(handle));
+}
+
+static void SetMediaList(REALobject self, REALobject list) {
+    LIST_PLAYER_GUARD("SetMediaList", libvlc_media_list_player_set_media_list, );
+    int64_t handle = HandleOf(list, VLCMediaListQRVClass);
+    if (handle == 0) {
+        RaiseNilObjectException("List is nil");
+        return;
+    }
+    ListPlayerOf(self).list = list;
+    REALLockObject(list);
+    vlcfn::_libvlc_media_list_player_set_media_list(ListPlayer(self), reinterpret_cast<libvlc_media_list_t*>(handle));
+}
+
+static void SetPlaybackMode(REALobject self, RBInteger mode) {
+    LIST_PLAYER_GUARD("SetPlaybackMode", libvlc_media_list_player_set_playback_mode, );
+    vlcfn::_libvlc_media_list_player_set_playback_mode(ListPlayer(self), static_cast<libvlc_playback_mode_t>(mode));
+}
+
+namespace {
+
+REALproperty kProperties[] = {
+    QRV_FIELD_PROPERTY("Handle", "Integer", MediaListPlayerData, handle),
+    QRV_FIELD_PROPERTY("List", "VLCMediaListQRV", MediaListPlayerData, list),
+    QRV_FIELD_PROPERTY("Player", "VLCMediaPlayerQRV", MediaListPlayerData, player),
+    QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaListPlayerData, vlc),
+};
+
+REALmethodDefinition kMethods[] = {
+    QRV_METHOD(VLCMediaListPlayerConstructor, "Constructor(vlc as VLCInstanceQRV)"),
+    QRV_METHOD(VLCMediaListPlayerDestructor, "Destructor"),
+    QRV_METHOD(Play, "Play"),
+    QRV_METHOD(Pause, "Pause"),
+    QRV_METHOD(Stop, "Stop"),
+    QRV_METHOD(MoveNext, "MoveNext as Boolean"),
+    QRV_METHOD(MovePrevious, "MovePrevious as Boolean"),
+    QRV_METHOD(PlayItemAtIndex, "PlayItemAtIndex(index as integer) as Boolean"),
+    QRV_METHOD(PlayItem, "PlayItem(item as VLCMediaQRV) as Boolean"),
+    QRV_METHOD(IsPlaying, "IsPlaying as boolean"),
+    QRV_METHOD(GetState, "State as integer"),
+    QRV_METHOD(SetMediaPlayer, "SetMediaPlayer(player as VLCMediaPlayerQRV)"),
+    QRV_METHOD(SetMediaList, "SetMediaList(list as VLCMediaListQRV)"),
+    QRV_METHOD(SetPlaybackMode, "SetPlaybackMode(mode as integer)"),
+};
+
+REALconstant kConstants[] = {
+    QRV_CONSTANT("kPlaybackModeDefault = 0"),
+    QRV_CONSTANT("kPlaybackModeLoop = 1"),
+    QRV_CONSTANT("kPlaybackModeRepeat = 2"),
+};
+
+}  // namespace
 
 REALclassDefinition VLCMediaListPlayerQRVClass = {
     .version = kStaticRecordVersion,
     .name = "VLCMediaListPlayerQRV",
     .dataSize = sizeof(MediaListPlayerData),
+    .properties = kProperties,
+    .propertyCount = std::size(kProperties),
+    .methods = kMethods,
+    .methodCount = std::size(kMethods),
+    .constants = kConstants,
+    .constantCount = std::size(kConstants),
     .mFlags = kFlagConsoleSafe,
 };

@@ -62,3 +62,117 @@ char* PlatformDecomposedPath(const char* pathText, bool isURL) {
     }
     return result;
 }
+
+// ---- frames drawn into a CGContextRef -----------------------------------------
+
+#include <CoreGraphics/CoreGraphics.h>
+
+#include "plugin/trace.h"
+
+void* PlatformRetainContext(void* context) {
+    return context != nullptr ? CGContextRetain(static_cast<CGContextRef>(context)) : nullptr;
+}
+
+void PlatformReleaseContext(void* context) {
+    if (context != nullptr) CGContextRelease(static_cast<CGContextRef>(context));
+}
+
+static const void* MyCGDataProviderGetBytePointerCallback(void* info) {
+    TRACEF("%p", "MyCGDataProviderGetBytePointerCallback", info);
+    return info;
+}
+
+// A direct provider over the whole buffer; it never frees the buffer.
+void PlatformCreateFrameSource(uint8_t* buffer, size_t size, void** provider, void** colorSpace) {
+    static const CGDataProviderDirectCallbacks callbacks = {0, MyCGDataProviderGetBytePointerCallback, nullptr, nullptr,
+                                                            nullptr};
+    *provider = CGDataProviderCreateDirect(buffer, static_cast<off_t>(size), &callbacks);
+    *colorSpace = CGColorSpaceCreateDeviceRGB();
+}
+
+void PlatformReleaseFrameSource(void* provider, void* colorSpace) {
+    if (colorSpace != nullptr) CGColorSpaceRelease(static_cast<CGColorSpaceRef>(colorSpace));
+    if (provider != nullptr) CGDataProviderRelease(static_cast<CGDataProviderRef>(provider));
+}
+
+// kCGBitmapByteOrder32Little | kCGImageAlphaNoneSkipFirst: 32-bit little-endian
+// words, high byte unused, so blue, green, red, unused in memory.
+constexpr CGBitmapInfo kFrameBitmapInfo = 0x2006;
+
+void* PlatformCreateFrameImage(void* provider, void* colorSpace, uint8_t*, int64_t width, int64_t height,
+                               int64_t rowBytes) {
+    if (provider == nullptr || width < 1 || height < 1) return nullptr;
+    return CGImageCreate(static_cast<size_t>(width), static_cast<size_t>(height), 8, 32, static_cast<size_t>(rowBytes),
+                         static_cast<CGColorSpaceRef>(colorSpace), kFrameBitmapInfo,
+                         static_cast<CGDataProviderRef>(provider), nullptr, false, kCGRenderingIntentDefault);
+}
+
+void PlatformReleaseFrameImage(void* image) {
+    if (image != nullptr) CGImageRelease(static_cast<CGImageRef>(image));
+}
+
+void PlatformDrawFrameImage(void* context, void* image, int64_t width, int64_t height) {
+    auto c = static_cast<CGContextRef>(context);
+    CGContextDrawImage(c, CGRectMake(0, 0, static_cast<CGFloat>(width), static_cast<CGFloat>(height)),
+                       static_cast<CGImageRef>(image));
+    CGContextFlush(c);
+}
+
+void* PlatformCopyFrameImage(void* image) {
+    return image != nullptr ? CGImageCreateCopy(static_cast<CGImageRef>(image)) : nullptr;
+}
+
+void* PlatformRetainCopiedImage(void* image) { return CGImageRetain(static_cast<CGImageRef>(image)); }
+void PlatformReleaseCopiedImage(void* image) { PlatformReleaseFrameImage(image); }
+
+// ---- host pictures: Core Graphics bitmap contexts ------------------------------
+
+uint32_t PlatformNativePictureType() { return kPictureCGBitmapContext; }
+
+bool PlatformNativePictureGeometry(const REALpictureDescription& description, PictureGeometry& out) {
+    auto context = static_cast<CGContextRef>(description.pictureData);
+    TRACEF("%p", "b", description.pictureData);
+    if (description.pictureType != kPictureCGBitmapContext) {
+        TRACE("picture type is not pictureCGBitmapContext.");
+        return false;
+    }
+    if (context == nullptr) {
+        TRACE("context ref is nil");
+        return false;
+    }
+    out.base = static_cast<uint8_t*>(CGBitmapContextGetData(context));
+    out.bitsPerPixel = static_cast<int64_t>(CGBitmapContextGetBitsPerPixel(context));
+    out.width = static_cast<int64_t>(CGBitmapContextGetWidth(context));
+    out.height = static_cast<int64_t>(CGBitmapContextGetHeight(context));
+    out.rowBytes = static_cast<int64_t>(CGBitmapContextGetBytesPerRow(context));
+    CGImageAlphaInfo alpha = CGBitmapContextGetAlphaInfo(context);
+    CGBitmapInfo info = CGBitmapContextGetBitmapInfo(context);
+    TRACEF("%lu", "Width", static_cast<unsigned long>(out.width));
+    TRACEF("%lu", "Height", static_cast<unsigned long>(out.height));
+    TRACEF("%lu", "BitsPerComponent", static_cast<unsigned long>(CGBitmapContextGetBitsPerComponent(context)));
+    TRACEF("%lu", "BitsPerPixel", static_cast<unsigned long>(out.bitsPerPixel));
+    TRACEF("%lu", "BytesPerRow", static_cast<unsigned long>(out.rowBytes));
+    TRACEF("%lld", "lMacAlphaInfo", static_cast<long long>(alpha));
+    TRACEF("%u", "BitmapInfo", static_cast<unsigned>(info));
+    static const char* const names[] = {"",
+                                        "kCGImageAlphaPremultipliedLast",
+                                        "kCGImageAlphaPremultipliedFirst",
+                                        "kCGImageAlphaLast",
+                                        "kCGImageAlphaFirst",
+                                        "kCGImageAlphaNoneSkipLast",
+                                        "kCGImageAlphaNoneSkipFirst"};
+    if (alpha >= 1 && alpha <= 6) TRACE(names[alpha]);
+    bool first =
+        alpha == kCGImageAlphaPremultipliedFirst || alpha == kCGImageAlphaFirst || alpha == kCGImageAlphaNoneSkipFirst;
+    bool last =
+        alpha == kCGImageAlphaPremultipliedLast || alpha == kCGImageAlphaLast || alpha == kCGImageAlphaNoneSkipLast;
+    bool little = (info & kCGBitmapByteOrderMask) == kCGBitmapByteOrder32Little;
+    // Little-endian 32-bit words: alpha first is the high byte, alpha last the low one.
+    if (little && first)
+        out.layout = PixelLayout::AlphaHigh;
+    else if (little && last)
+        out.layout = PixelLayout::AlphaLow;
+    return out.base != nullptr;
+}
+
+void PlatformNativePictureWritten(const REALpictureDescription&) {}

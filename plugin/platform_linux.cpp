@@ -1,5 +1,6 @@
 // Linux side of the platform layer: stderr trace sink, GLib main-loop queue,
 // NFD paths through GLib.
+#include <cairo.h>
 #include <glib.h>
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -110,4 +111,79 @@ char* PlatformDecomposedPath(const char* pathText, bool isURL) {
     if (result != nullptr) memcpy(result, decomposed, length);
     g_free(decomposed);
     return result;
+}
+
+// ---- frames drawn into a cairo context ----------------------------------------
+
+void* PlatformRetainContext(void* context) {
+    return context != nullptr ? cairo_reference(static_cast<cairo_t*>(context)) : nullptr;
+}
+
+void PlatformReleaseContext(void* context) {
+    if (context != nullptr) cairo_destroy(static_cast<cairo_t*>(context));
+}
+
+// cairo reads the buffer directly; nothing to prepare.
+void PlatformCreateFrameSource(uint8_t*, size_t, void** provider, void** colorSpace) {
+    *provider = nullptr;
+    *colorSpace = nullptr;
+}
+
+void PlatformReleaseFrameSource(void*, void*) {}
+
+// CAIRO_FORMAT_RGB24 is exactly the buffer's little-endian BGRX layout.
+void* PlatformCreateFrameImage(void*, void*, uint8_t* buffer, int64_t width, int64_t height, int64_t rowBytes) {
+    if (buffer == nullptr || width < 1 || height < 1) return nullptr;
+    if (rowBytes != cairo_format_stride_for_width(CAIRO_FORMAT_RGB24, static_cast<int>(width))) return nullptr;
+    cairo_surface_t* surface = cairo_image_surface_create_for_data(
+        buffer, CAIRO_FORMAT_RGB24, static_cast<int>(width), static_cast<int>(height), static_cast<int>(rowBytes));
+    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
+        cairo_surface_destroy(surface);
+        return nullptr;
+    }
+    return surface;
+}
+
+void PlatformReleaseFrameImage(void* image) {
+    if (image != nullptr) cairo_surface_destroy(static_cast<cairo_surface_t*>(image));
+}
+
+void PlatformDrawFrameImage(void* context, void* image, int64_t width, int64_t height) {
+    auto* cr = static_cast<cairo_t*>(context);
+    cairo_save(cr);
+    cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+    cairo_set_source_surface(cr, static_cast<cairo_surface_t*>(image), 0, 0);
+    cairo_rectangle(cr, 0, 0, static_cast<double>(width), static_cast<double>(height));
+    cairo_fill(cr);
+    cairo_restore(cr);
+    cairo_surface_flush(cairo_get_target(cr));
+}
+
+// There is no image class on Linux.
+void* PlatformCopyFrameImage(void*) { return nullptr; }
+void* PlatformRetainCopiedImage(void* image) { return image; }
+void PlatformReleaseCopiedImage(void*) {}
+
+// ---- host pictures: the image surface behind a desktop picture's cairo_t ------
+
+uint32_t PlatformNativePictureType() { return kPictureCairoContext; }
+
+bool PlatformNativePictureGeometry(const REALpictureDescription& description, PictureGeometry& out) {
+    auto* cr = static_cast<cairo_t*>(description.pictureData);
+    if (cr == nullptr) return false;
+    cairo_surface_t* surface = cairo_get_target(cr);
+    if (cairo_surface_get_type(surface) != CAIRO_SURFACE_TYPE_IMAGE) return false;
+    cairo_format_t format = cairo_image_surface_get_format(surface);
+    cairo_surface_flush(surface);
+    out.base = cairo_image_surface_get_data(surface);
+    out.width = cairo_image_surface_get_width(surface);
+    out.height = cairo_image_surface_get_height(surface);
+    out.rowBytes = cairo_image_surface_get_stride(surface);
+    out.bitsPerPixel = (format == CAIRO_FORMAT_ARGB32 || format == CAIRO_FORMAT_RGB24) ? 32 : 0;
+    out.layout = out.bitsPerPixel == 32 ? PixelLayout::AlphaHigh : PixelLayout::Other;
+    return out.base != nullptr;
+}
+
+void PlatformNativePictureWritten(const REALpictureDescription& description) {
+    if (auto* cr = static_cast<cairo_t*>(description.pictureData)) cairo_surface_mark_dirty(cairo_get_target(cr));
 }

@@ -1,0 +1,268 @@
+// Frame capture of VLCMediaPlayerQRV: libvlc decodes RV32 frames (little-endian
+// BGRX, no padding) straight into the player's buffer through three callbacks;
+// the readers copy the latest frame out. The frame mutex guards the buffer
+// until VideoSetCallback destroys it, as it always has.
+#include "playback/frame_capture.h"
+
+#include <vlc/vlc.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "plugin/guard.h"
+#include "plugin/host_entries.h"
+#include "plugin/memory.h"
+#include "plugin/picture.h"
+#include "plugin/platform.h"
+
+namespace {
+
+// Holds the frame mutex, when there is one, for a scope.
+class FrameLock {
+public:
+    explicit FrameLock(pthread_mutex_t* mutex) : mutex_(mutex) {
+        if (mutex_ != nullptr) pthread_mutex_lock(mutex_);
+    }
+    ~FrameLock() {
+        if (mutex_ != nullptr) pthread_mutex_unlock(mutex_);
+    }
+    FrameLock(const FrameLock&) = delete;
+    FrameLock& operator=(const FrameLock&) = delete;
+
+private:
+    pthread_mutex_t* mutex_;
+};
+
+MediaPlayerData& Frame(void* opaque) { return PlayerOf(static_cast<REALobject>(opaque)); }
+
+// ---- the callbacks libvlc's video thread calls ---------------------------------
+
+void* MyLock(void* opaque, void** planes) {
+    TRACEF("%p, %p", "MyLock", opaque, static_cast<void*>(planes));
+    MediaPlayerData& d = Frame(opaque);
+    if (d.frameMutex != nullptr) pthread_mutex_lock(d.frameMutex);
+    planes[0] = d.frameBuffer;
+    return nullptr;
+}
+
+void MyUnlock(void* opaque, void* picture, void* const* planes) {
+    TRACEF("%p, %p, %p", "MyUnlock", opaque, picture, static_cast<const void*>(planes));
+    MediaPlayerData& d = Frame(opaque);
+    if (d.frameMutex != nullptr) pthread_mutex_unlock(d.frameMutex);
+}
+
+// Runs without the lock: marks the frame and draws it into the target context.
+void MyDisplay(void* opaque, void* picture) {
+    TRACEF("%p, %p", "MyDisplay", opaque, picture);
+    MediaPlayerData& d = Frame(opaque);
+    d.hasNewFrame = 1;
+    PlatformReleaseFrameImage(d.currentImage);
+    d.currentImage = nullptr;
+    if (d.targetContext == nullptr) return;
+    d.currentImage = PlatformCreateFrameImage(d.dataProvider, d.colorSpace, d.frameBuffer, d.frameWidth, d.frameHeight,
+                                              d.frameRowBytes);
+    TRACEF("%p", "image", d.currentImage);
+    TRACE("Draw CGImage...");
+    if (d.currentImage != nullptr) PlatformDrawFrameImage(d.targetContext, d.currentImage, d.drawWidth, d.drawHeight);
+}
+
+}  // namespace
+
+void FreeImages(MediaPlayerData& d) {
+    if (d.frameMutex != nullptr) {
+        pthread_mutex_destroy(d.frameMutex);
+        free(d.frameMutex);
+        d.frameMutex = nullptr;
+    }
+    PlatformReleaseFrameSource(d.dataProvider, d.colorSpace);
+    d.colorSpace = nullptr;
+    d.dataProvider = nullptr;
+    PlatformReleaseFrameImage(d.currentImage);
+    d.currentImage = nullptr;
+    PlatformReleaseContext(d.targetContext);
+    d.targetContext = nullptr;
+    free(d.frameBuffer);
+    d.frameBuffer = nullptr;
+}
+
+void VideoSetCallback(REALobject self, RBInteger width, RBInteger height, RBInteger contextHandle) {
+    TRACE("VideoSetCallback");
+    TRACE("VideoSetCallback");
+    if (!VLC_NEED(libvlc_video_set_callbacks)) return;
+    TRACE("VideoSetCallback");
+    if (!VLC_NEED(libvlc_video_set_format)) return;
+    MediaPlayerData& d = PlayerOf(self);
+    if (!HandleReady(d.handle)) return;
+
+    // The mutex is taken and then destroyed with the rest of the frame state;
+    // from here on this player's frames are not locked.
+    if (d.frameMutex != nullptr) pthread_mutex_lock(d.frameMutex);
+    FreeImages(d);
+    d.drawX = 0;
+    d.drawY = 0;
+    d.drawWidth = width;
+    d.drawHeight = height;
+    TRACEF("%lld", "twidth", static_cast<long long>(width));
+    TRACEF("%lld", "theight", static_cast<long long>(height));
+    d.frameWidth = width;
+    d.frameHeight = height;
+    d.frameRowBytes = width * 4;
+    int64_t size = width * 4 * height;
+    TRACEF("%lld", "size", static_cast<long long>(size));
+
+    if (size >= 1) d.frameBuffer = static_cast<uint8_t*>(calloc(static_cast<size_t>(size), 1));
+    if (d.frameBuffer == nullptr) {
+        char message[99];
+        snprintf(message, sizeof message, "Failed to allocate %lld bytes of memory for picture buffer.",
+                 static_cast<long long>(size));
+        RaiseException("OutOfMemoryException", message);
+        return;
+    }
+    PlatformCreateFrameSource(d.frameBuffer, static_cast<size_t>(size), &d.dataProvider, &d.colorSpace);
+    d.targetContext = PlatformRetainContext(reinterpret_cast<void*>(contextHandle));
+    TRACEF("%p", "cgcontext", d.targetContext);
+    if (d.frameMutex != nullptr) pthread_mutex_unlock(d.frameMutex);
+    auto player = reinterpret_cast<libvlc_media_player_t*>(d.handle);
+    vlcfn::_libvlc_video_set_callbacks(player, MyLock, MyUnlock, MyDisplay, self);
+    vlcfn::_libvlc_video_set_format(player, "RV32", static_cast<unsigned>(width), static_cast<unsigned>(height),
+                                    static_cast<unsigned>(width * 4));
+}
+
+void* GetMemory(REALobject self) {
+    MediaPlayerData& d = PlayerOf(self);
+    if (d.frameBuffer == nullptr) return nullptr;
+    FrameLock hold(d.frameMutex);
+    d.hasNewFrame = 0;
+    return d.frameBuffer;
+}
+
+REALmemoryBlock CopyMemory(REALobject self) {
+    MediaPlayerData& d = PlayerOf(self);
+    if (d.frameBuffer == nullptr) return nullptr;
+    FrameLock hold(d.frameMutex);
+    d.hasNewFrame = 0;
+    int64_t n = d.frameHeight * d.frameRowBytes;
+    if (n < 1) return nullptr;
+    REALmemoryBlock block = nullptr;
+    void* bytes = nullptr;
+    try {
+        block = NewMemoryBlock(n);
+        bytes = block != nullptr ? REALMemoryBlockGetPtr(block) : nullptr;
+    } catch (const std::exception& e) {
+        TRACEF("%s", "Got C++ exception in REALBuildMemoryblock: ", e.what());
+    }
+    if (bytes == nullptr) {
+        if (block != nullptr) REALUnlockObject(block);
+        TRACEF("%lld", "Error: Failed to allocate memoryblock", static_cast<long long>(n));
+        char message[100];
+        snprintf(message, sizeof message, "Failed to allocate a memoryblock with %lld bytes in size.",
+                 static_cast<long long>(n));
+        RaiseException("OutOfMemoryException", message);
+        return nullptr;
+    }
+    memcpy(bytes, d.frameBuffer, static_cast<size_t>(n));
+    return block;
+}
+
+RBBoolean CopyToMemory(REALobject self, void* dest, RBInteger offset, RBInteger rowBytes) {
+    MediaPlayerData& d = PlayerOf(self);
+    int64_t lineBytes = d.frameWidth * 4;
+    if (offset < 0 || lineBytes > rowBytes || d.frameBuffer == nullptr) return false;
+    FrameLock hold(d.frameMutex);
+    d.hasNewFrame = 0;
+    uint8_t* out = static_cast<uint8_t*>(dest) + offset;
+    const uint8_t* in = d.frameBuffer;
+    for (int64_t r = 0; r < d.frameHeight; ++r)
+        memcpy(out + r * rowBytes, in + r * d.frameRowBytes, static_cast<size_t>(lineBytes));
+    return true;
+}
+
+namespace {
+
+// One row of RV32 frame pixels as host picture words; the first byte of each
+// source pixel is taken as red.
+void WriteRowAlphaHigh(uint32_t* __restrict out, const uint8_t* __restrict in, int64_t width) {
+    for (int64_t x = 0; x < width; ++x)
+        out[x] = 0xFF000000u | uint32_t{in[4 * x]} << 16 | uint32_t{in[4 * x + 1]} << 8 | in[4 * x + 2];
+}
+
+void WriteRowAlphaLow(uint32_t* __restrict out, const uint8_t* __restrict in, int64_t width) {
+    for (int64_t x = 0; x < width; ++x)
+        out[x] = uint32_t{in[4 * x]} << 24 | uint32_t{in[4 * x + 1]} << 16 | uint32_t{in[4 * x + 2]} << 8 | 0xFFu;
+}
+
+// gd rows: b0 + b1 * 256 + b2 * 65536, alpha 0 (opaque), so b2 lands in red.
+void WriteRowTable(uint32_t* __restrict out, const uint8_t* __restrict in, int64_t width) {
+    for (int64_t x = 0; x < width; ++x)
+        out[x] = uint32_t{in[4 * x]} | uint32_t{in[4 * x + 1]} << 8 | uint32_t{in[4 * x + 2]} << 16;
+}
+
+}  // namespace
+
+REALpicture CopyPicture(REALobject self) {
+    TRACE("CopyPicture");
+    TRACE("PictureEditor");
+    MediaPlayerData& d = PlayerOf(self);
+    int64_t w = d.frameWidth, h = d.frameHeight;
+    PictureWriter writer(w, h);
+    if (writer.picture == nullptr) return nullptr;
+    {
+        FrameLock hold(d.frameMutex);
+        d.hasNewFrame = 0;
+        const uint8_t* buffer = d.frameBuffer;
+        for (int64_t y = 0; y < h && buffer != nullptr; ++y) {
+            auto* row = reinterpret_cast<uint32_t*>(writer.GetRow(y));
+            if (row == nullptr) continue;
+            const uint8_t* source = buffer + y * w * 4;
+            switch (writer.geometry.layout) {
+                case PixelLayout::AlphaHigh:
+                    WriteRowAlphaHigh(row, source, w);
+                    break;
+                case PixelLayout::AlphaLow:
+                    WriteRowAlphaLow(row, source, w);
+                    break;
+                case PixelLayout::RowTable:
+                    WriteRowTable(row, source, w);
+                    break;
+                case PixelLayout::Other:
+                    break;
+            }
+        }
+    }
+    REALpicture picture = writer.RenderPictureWriter();
+    TRACEF("%p", "result picture", static_cast<void*>(picture));
+    return picture;
+}
+
+REALobject CopyCGImage(REALobject self) {
+    TRACE("CopyCGImage");
+    MediaPlayerData& d = PlayerOf(self);
+    if (d.currentImage == nullptr) {
+        d.currentImage = PlatformCreateFrameImage(d.dataProvider, d.colorSpace, d.frameBuffer, d.frameWidth,
+                                                  d.frameHeight, d.frameRowBytes);
+        TRACEF("%p", "image", d.currentImage);
+        if (d.currentImage == nullptr) return nullptr;
+    }
+    void* copy;
+    {
+        FrameLock hold(d.frameMutex);
+        copy = PlatformCopyFrameImage(d.currentImage);
+        d.hasNewFrame = 0;
+    }
+    if (copy == nullptr) return nullptr;
+    TRACEF("%p", "NewCGImageQRV", copy);
+    REALobject image = REALnewInstance("CGImageQRV");
+    if (image != nullptr) {
+        // The CGImageQRV class keeps its image at byte 48 and a type tag at byte 64.
+        auto* bytes = reinterpret_cast<uint8_t*>(image);
+        void* retained = PlatformRetainCopiedImage(copy);
+        memcpy(bytes + 48, &retained, sizeof retained);
+        uint64_t tag = 0x52424346;
+        memcpy(bytes + 64, &tag, sizeof tag);
+    }
+    PlatformReleaseCopiedImage(copy);
+    TRACEF("%p", "result CGImage", static_cast<void*>(image));
+    return image;
+}

@@ -1,0 +1,77 @@
+// Declarations of the Core Graphics functions the Apple platform file calls,
+// with their public signatures, for the syntax check on Linux.
+#pragma once
+#include <CoreFoundation/CoreFoundation.h>
+#include <stddef.h>
+#include <stdint.h>
+
+extern "C" {
+typedef double CGFloat;
+struct CGPoint {
+    CGFloat x, y;
+};
+struct CGSize {
+    CGFloat width, height;
+};
+struct CGRect {
+    CGPoint origin;
+    CGSize size;
+};
+typedef struct CGContext* CGContextRef;
+typedef struct CGImage* CGImageRef;
+typedef struct CGColorSpace* CGColorSpaceRef;
+typedef struct CGDataProvider* CGDataProviderRef;
+typedef uint32_t CGBitmapInfo;
+typedef int32_t CGColorRenderingIntent;
+typedef uint32_t CGImageAlphaInfo;
+enum {
+    kCGImageAlphaNone = 0,
+    kCGImageAlphaPremultipliedLast = 1,
+    kCGImageAlphaPremultipliedFirst = 2,
+    kCGImageAlphaLast = 3,
+    kCGImageAlphaFirst = 4,
+    kCGImageAlphaNoneSkipLast = 5,
+    kCGImageAlphaNoneSkipFirst = 6,
+};
+enum { kCGBitmapAlphaInfoMask = 0x1F, kCGBitmapByteOrderMask = 0x7000, kCGBitmapByteOrder32Little = (2 << 12) };
+enum { kCGRenderingIntentDefault = 0 };
+
+typedef const void* (*CGDataProviderGetBytePointerCallback)(void* info);
+typedef void (*CGDataProviderReleaseBytePointerCallback)(void* info, const void* pointer);
+typedef size_t (*CGDataProviderGetBytesAtPositionCallback)(void* info, void* buffer, off_t pos, size_t cnt);
+typedef void (*CGDataProviderReleaseInfoCallback)(void* info);
+struct CGDataProviderDirectCallbacks {
+    unsigned int version;
+    CGDataProviderGetBytePointerCallback getBytePointer;
+    CGDataProviderReleaseBytePointerCallback releaseBytePointer;
+    CGDataProviderGetBytesAtPositionCallback getBytesAtPosition;
+    CGDataProviderReleaseInfoCallback releaseInfo;
+};
+
+CGContextRef CGContextRetain(CGContextRef c);
+void CGContextRelease(CGContextRef c);
+void CGContextDrawImage(CGContextRef c, CGRect rect, CGImageRef image);
+void CGContextFlush(CGContextRef c);
+CGDataProviderRef CGDataProviderCreateDirect(void* info, off_t size, const CGDataProviderDirectCallbacks* callbacks);
+void CGDataProviderRelease(CGDataProviderRef provider);
+CGColorSpaceRef CGColorSpaceCreateDeviceRGB(void);
+void CGColorSpaceRelease(CGColorSpaceRef space);
+CGImageRef CGImageCreate(size_t width, size_t height, size_t bitsPerComponent, size_t bitsPerPixel, size_t bytesPerRow,
+                         CGColorSpaceRef space, CGBitmapInfo bitmapInfo, CGDataProviderRef provider,
+                         const CGFloat* decode, bool shouldInterpolate, CGColorRenderingIntent intent);
+CGImageRef CGImageCreateCopy(CGImageRef image);
+CGImageRef CGImageRetain(CGImageRef image);
+void CGImageRelease(CGImageRef image);
+void* CGBitmapContextGetData(CGContextRef context);
+size_t CGBitmapContextGetWidth(CGContextRef context);
+size_t CGBitmapContextGetHeight(CGContextRef context);
+size_t CGBitmapContextGetBitsPerComponent(CGContextRef context);
+size_t CGBitmapContextGetBitsPerPixel(CGContextRef context);
+size_t CGBitmapContextGetBytesPerRow(CGContextRef context);
+CGImageAlphaInfo CGBitmapContextGetAlphaInfo(CGContextRef context);
+CGBitmapInfo CGBitmapContextGetBitmapInfo(CGContextRef context);
+}
+
+inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
+    return CGRect{{x, y}, {width, height}};
+}
