@@ -80,6 +80,20 @@ void libvlc_media_release(libvlc_media_t* media) {
     --S().mediaRefs[media];
 }
 
+// Objects the plug-in only passes back to the fake: distinct, never dereferenced.
+#define FAKE_OBJECT(Type, name, params)          \
+    Type* name params {                          \
+        Count(#name);                            \
+        static char storage[16];                 \
+        return reinterpret_cast<Type*>(storage); \
+    }
+FAKE_OBJECT(libvlc_media_player_t, libvlc_media_player_new, (libvlc_instance_t*))
+FAKE_OBJECT(libvlc_media_player_t, libvlc_media_player_new_from_media, (libvlc_media_t*))
+FAKE_OBJECT(libvlc_media_list_t, libvlc_media_list_new, (libvlc_instance_t*))
+FAKE_OBJECT(libvlc_media_list_player_t, libvlc_media_list_player_new, (libvlc_instance_t*))
+FAKE_OBJECT(libvlc_equalizer_t, libvlc_audio_equalizer_new, (void))
+#undef FAKE_OBJECT
+
 libvlc_event_manager_t* libvlc_media_player_event_manager(libvlc_media_player_t*) {
     Count("libvlc_media_player_event_manager");
     return kManager;
@@ -181,6 +195,25 @@ void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigne
     RecordInt("libvlc_video_set_format.width", width);
     RecordInt("libvlc_video_set_format.height", height);
     RecordInt("libvlc_video_set_format.pitch", pitch);
+}
+
+// Volume and mute remember what was set, as a real output would.
+int libvlc_audio_set_volume(libvlc_media_player_t*, int volume) {
+    Count("libvlc_audio_set_volume");
+    RecordInt("libvlc_audio_set_volume.volume", volume);
+    return 0;
+}
+int libvlc_audio_get_volume(libvlc_media_player_t*) {
+    Count("libvlc_audio_get_volume");
+    return static_cast<int>(fakevlc_int("libvlc_audio_set_volume.volume"));
+}
+void libvlc_audio_set_mute(libvlc_media_player_t*, int status) {
+    Count("libvlc_audio_set_mute");
+    RecordInt("libvlc_audio_set_mute.status", status);
+}
+int libvlc_audio_get_mute(libvlc_media_player_t*) {
+    Count("libvlc_audio_get_mute");
+    return static_cast<int>(fakevlc_int("libvlc_audio_set_mute.status"));
 }
 
 void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, libvlc_playback_mode_t mode) {
@@ -332,14 +365,17 @@ __attribute__((visibility("default"))) void fakevlc_request_exit(void) {
     worker.join();
 }
 
-__attribute__((visibility("default"))) int fakevlc_render_frame(unsigned char fill) {
+__attribute__((visibility("default"))) int fakevlc_render_frame(uint32_t pixel) {
     State& s = S();
     if (s.lock_ == nullptr) return 0;
     int64_t pitch = fakevlc_int("libvlc_video_set_format.pitch");
     int64_t height = fakevlc_int("libvlc_video_set_format.height");
     void* planes[3] = {nullptr, nullptr, nullptr};
     void* picture = s.lock_(s.videoOpaque, planes);
-    if (planes[0] != nullptr && pitch > 0 && height > 0) memset(planes[0], fill, static_cast<size_t>(pitch * height));
+    if (planes[0] != nullptr && pitch > 0 && height > 0) {
+        auto* bytes = static_cast<uint8_t*>(planes[0]);
+        for (int64_t i = 0; i + 4 <= pitch * height; i += 4) memcpy(bytes + i, &pixel, 4);
+    }
     if (s.unlock) s.unlock(s.videoOpaque, picture, planes);
     if (s.display) s.display(s.videoOpaque, picture);
     return 1;

@@ -39,7 +39,7 @@ libvlc_event_manager_t* fakevlc_event_manager(void);
 void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
 // Exit: calls the installed exit handler on a new thread and joins it.
 void fakevlc_request_exit(void);
-// Video: runs lock, writes `fill` into every byte of the frame, unlock and display,
-// with the geometry of the last libvlc_video_set_format.
-int fakevlc_render_frame(unsigned char fill);
+// Video: runs lock, writes `pixel` (its 4 bytes in memory order) into every pixel
+// of the frame, then unlock and display, with the geometry of the last libvlc_video_set_format.
+int fakevlc_render_frame(uint32_t pixel);
 }

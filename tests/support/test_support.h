@@ -114,7 +114,7 @@ public:
     libvlc_event_manager_t* (*eventManager)() = nullptr;
     void (*log)(int, const char*, const char*, unsigned, const char*, int) = nullptr;
     void (*requestExit)() = nullptr;
-    int (*renderFrame)(unsigned char) = nullptr;
+    int (*renderFrame)(uint32_t) = nullptr;
 
 private:
     template <typename Fn>
