@@ -1,4 +1,7 @@
+// VLCEventManagerQRV and the event delivery it relies on.
 #pragma once
+
+#include <vlc/vlc.h>
 
 #include <cstdint>
 
@@ -9,3 +12,30 @@ struct EventManagerData {
     REALobject parent;
     REALobject vlc;
 };
+
+inline EventManagerData& EventManagerOf(REALobject object) {
+    return DataOf<EventManagerData>(object, VLCEventManagerQRVClass);
+}
+
+// The events by their record index; kLog is the 48th record, raised by log forwarding.
+enum EventIndex : size_t {
+#define X(name, type, ...) k##name,
+#include "events/events.def"
+#undef X
+    kLog,
+    kLibvlcEventCount = kLog,
+};
+
+// The handler the host object implements for event `index` of `cls`, or null.
+// On record-version-9 hosts the event word points at a record holding the token.
+void* LookupEventHandler(REALobject object, const REALclassDefinition& cls, size_t index);
+
+// libvlc's callbacks, one per event, in record order.
+extern const libvlc_callback_t kEventCallbacks[kLibvlcEventCount];
+extern const libvlc_event_type_t kEventTypes[kLibvlcEventCount];
+extern const char* const kEventNames[kLibvlcEventCount];
+
+// Copies the event, takes on its media and strings, and posts function(event,
+// userData) to the main thread.
+using DeferredEventFunction = void (*)(const libvlc_event_t*, void*);
+void CallEvent(const libvlc_event_t* event, void* userData, DeferredEventFunction function);

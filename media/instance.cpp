@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "binding/library.h"
+#include "events/log_forwarding.h"
 #include "media/records.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
@@ -209,6 +210,10 @@ REALmethodDefinition kMethods[] = {
     QRV_METHOD(GetAudioOutputDeviceLongName,
                "GetAudioOutputDeviceLongName(AudioOutputName as string, index as integer) as string"),
     QRV_METHOD(GetAudioOutputDeviceID, "GetAudioOutputDeviceID(AudioOutputName as string, index as integer) as string"),
+    QRV_METHOD(ClearLog, "ClearLog"),
+    QRV_METHOD(SetLogFile, "SetLogFile(File as FolderItem)"),
+    QRV_METHOD(SetLogEvent, "SetLogEvent"),
+    QRV_ASSIGN_METHOD(GetExitHandler, SetExitHandler, "ExitHandler as VLCExitHandlerQRV"),
 };
 
 REALattribute kHiddenAttribute[] = {{"Hidden", ""}};
