@@ -131,7 +131,9 @@ void SetLogFile(REALobject self, REALfolderItem file) {
         if (stream != nullptr) setvbuf(stream, nullptr, _IOFBF, 0x100000);
     }
     TRACEF("%p", "result", static_cast<void*>(stream));
-    if (vlcfn::_libvlc_log_set_file != nullptr) vlcfn::_libvlc_log_set_file(InstanceHandle(self), stream);
+    // libvlc 3.0 writes to the stream as soon as it is set: a null one would crash it.
+    if (stream != nullptr && vlcfn::_libvlc_log_set_file != nullptr)
+        vlcfn::_libvlc_log_set_file(InstanceHandle(self), stream);
     InstanceOf(self).logFile = file;
     InstanceOf(self).logStream = stream;
 }

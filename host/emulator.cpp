@@ -91,6 +91,14 @@ Value Value::AdoptObject(REALobject o) {
     value.object_ = o;
     return value;
 }
+Value Value::BorrowString(REALstring s) {
+    LockString(s);
+    return AdoptString(s);
+}
+Value Value::BorrowObject(REALobject o) {
+    LockObject(o);
+    return AdoptObject(o);
+}
 Value Value::Ref(Value initial) {
     Value value;
     value.kind_ = Kind::Ref;
@@ -293,6 +301,15 @@ void Host::DefineSubclass(const std::string& name, const std::string& superName,
     cls->super = it->second;
     cls->handlers = std::move(handlers);
     impl_->classes[name] = cls;
+}
+
+void Host::SetHandler(const std::string& className, const std::string& event, void* handler) {
+    auto it = impl_->classes.find(className);
+    if (it == impl_->classes.end()) throw std::invalid_argument("unknown class " + className);
+    if (handler == nullptr)
+        it->second->handlers.erase(event);
+    else
+        it->second->handlers[event] = handler;
 }
 
 // ---- calls -------------------------------------------------------------------

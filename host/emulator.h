@@ -54,6 +54,9 @@ public:
     // Takes over a reference the caller owns.
     static Value AdoptString(REALstring s);
     static Value AdoptObject(REALobject o);
+    // Takes a reference of its own on a value the caller only borrows (event handler arguments).
+    static Value BorrowString(REALstring s);
+    static Value BorrowObject(REALobject o);
     // A byref slot holding an initial value; the callee's write is copied back.
     static Value Ref(Value initial);
 
@@ -166,6 +169,8 @@ public:
 
     // ---- subclasses with event handlers
     void DefineSubclass(const std::string& name, const std::string& superName, std::map<std::string, void*> handlers);
+    // Adds, replaces or (with null) removes one handler of a test subclass.
+    void SetHandler(const std::string& className, const std::string& event, void* handler);
 
     // ---- main loop (GLib's default context on this thread)
     bool PumpUntil(const std::function<bool()>& done, std::chrono::milliseconds deadline);
