@@ -1,10 +1,13 @@
 // qrvhost play: plays a file headless through VLCMediaPlayerQRV, as a host
 // program would, capturing frames with VideoSetCallback and CopyPicture.
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -71,12 +74,58 @@ bool VideoSize(Host& host, const Value& media, int64_t& width, int64_t& height) 
     return false;
 }
 
+// --events: handlers that print each event as it is raised, with a main-thread check.
+bool OnMain() { return syscall(SYS_gettid) == getpid(); }
+void Say(const char* name, const std::string& arguments) {
+    printf("  event %-28s %-22s %s\n", name, arguments.c_str(), OnMain() ? "(main thread)" : "(NOT the main thread)");
+}
+#define NO_ARGS(name)                                                         \
+    {                                                                         \
+#name, reinterpret_cast < void*>(+[](REALobject) { Say(#name, ""); }) \
+    }
+#define INT_ARG(name)                                                                                     \
+    {                                                                                                     \
+#name, reinterpret_cast < void*>(+[](REALobject, RBInteger v) { Say(#name, std::to_string(v)); }) \
+    }
+#define BOOL_ARG(name)                                                                                       \
+    {                                                                                                        \
+#name, reinterpret_cast < void*>(+[](REALobject, RBBoolean v) { Say(#name, v ? "true" : "false"); }) \
+    }
+#define DOUBLE_ARG(name)                                                                               \
+    {                                                                                                  \
+#name, reinterpret_cast < void*>(+[](REALobject, double v) { Say(#name, std::to_string(v)); }) \
+    }
+#define MEDIA_ARG(name)                                                                                      \
+    {                                                                                                        \
+#name, reinterpret_cast < void*>(+[](REALobject, REALobject m) { Say(#name, m ? "media" : "nil"); }) \
+    }
+
+std::map<std::string, void*> EventPrinters() {
+    return {NO_ARGS(MediaPlayerOpening),
+            NO_ARGS(MediaPlayerBuffering),
+            NO_ARGS(MediaPlayerPlaying),
+            NO_ARGS(MediaPlayerPaused),
+            NO_ARGS(MediaPlayerStopped),
+            NO_ARGS(MediaPlayerEndReached),
+            NO_ARGS(MediaPlayerEncounteredError),
+            INT_ARG(MediaPlayerTimeChanged),
+            DOUBLE_ARG(MediaPlayerPositionChanged),
+            INT_ARG(MediaPlayerLengthChanged),
+            BOOL_ARG(MediaPlayerSeekableChanged),
+            BOOL_ARG(MediaPlayerPausableChanged),
+            INT_ARG(MediaPlayerVout),
+            MEDIA_ARG(MediaPlayerMediaChanged),
+            INT_ARG(MediaPlayerScrambledChanged)};
+}
+
 }  // namespace
 
 int Play(const std::vector<std::string>& args) {
     PlayOptions o;
     if (!Parse(args, o)) {
-        fprintf(stderr, "usage: qrvhost play [FILE] [--libvlc PATH] [--seconds N] [--png DIR] [--every N] [--trace]\n");
+        fprintf(
+            stderr,
+            "usage: qrvhost play [FILE] [--libvlc PATH] [--seconds N] [--png DIR] [--every N] [--trace] [--events]\n");
         return 2;
     }
     Host host;
@@ -102,6 +151,11 @@ int Play(const std::vector<std::string>& args) {
     bool video = VideoSize(host, media, width, height);
     Value player = host.New("VLCMediaPlayerQRV", {media});
     if (video) host.Call(player, "VideoSetCallback", {Value::Int(width), Value::Int(height)});
+    Value events;
+    if (o.events) {
+        host.DefineSubclass("QrvhostEvents", "VLCEventManagerQRV", EventPrinters());
+        events = host.New("QrvhostEvents", {player});
+    }
     if (!o.pngDir.empty()) mkdir(o.pngDir.c_str(), 0755);
 
     printf("playing %s (%s)\n", o.file.c_str(),
@@ -134,7 +188,7 @@ int Play(const std::vector<std::string>& args) {
                 }
             }
         }
-        if (Clock::now() - lastProgress >= std::chrono::milliseconds(250)) {
+        if (!o.events && Clock::now() - lastProgress >= std::chrono::milliseconds(250)) {
             lastProgress = Clock::now();
             printf("  %s / %s\n", Timestamp(host.Get(player, "Time").AsInt()).c_str(),
                    Timestamp(host.Get(player, "Length").AsInt()).c_str());
@@ -146,6 +200,8 @@ int Play(const std::vector<std::string>& args) {
     Value stats = host.Call(media, "Stats");
     int64_t displayed = stats.IsNil() ? -1 : host.Get(stats, "DisplayedPictures").AsInt();
     host.Call(player, "Stop");
+    host.PumpFor(std::chrono::milliseconds(20));
+    events = Value();
     printf("summary\n");
     printf("  length            %s\n", Timestamp(length).c_str());
     printf("  end state         %lld\n", static_cast<long long>(state));
