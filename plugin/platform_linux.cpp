@@ -3,6 +3,7 @@
 #include <cairo.h>
 #include <glib.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -26,7 +27,12 @@ void PlatformWriteTraceLine(const char* line) {
     free(buffer);
 }
 
-bool PlatformIsMainThread() { return syscall(SYS_gettid) == getpid(); }
+// The answer never changes for a thread: ask the kernel once per thread.
+bool PlatformIsMainThread() {
+    static thread_local int isMain = -1;
+    if (isMain < 0) isMain = syscall(SYS_gettid) == getpid() ? 1 : 0;
+    return isMain == 1;
+}
 
 namespace {
 
@@ -36,13 +42,16 @@ struct Task {
 };
 
 // The main-thread queue: a FIFO drained by one GSource on GLib's default
-// context. Posting wakes the context only when the FIFO was empty; one dispatch
-// runs everything queued at that moment.
+// context. A post wakes the context only when the FIFO was empty and the main
+// thread is not draining it; one dispatch runs batches until the FIFO stays
+// empty, so a busy producer costs no wake-up per task.
 struct MainQueue {
     GSource source;  // must be first: GLib allocates the whole struct
     std::mutex* lock;
     std::vector<Task>* pending;
+    std::vector<Task>* running;  // the batch being run; main thread only
     std::atomic<bool>* nonEmpty;
+    bool draining;  // guarded by lock
 };
 
 gboolean QueuePrepare(GSource* source, gint* timeout) {
@@ -54,15 +63,37 @@ gboolean QueueCheck(GSource* source) {
     return reinterpret_cast<MainQueue*>(source)->nonEmpty->load(std::memory_order_acquire);
 }
 
+// Takes the next batch; when there is none, waits a moment for one before
+// handing the thread back to the loop.
+bool NextBatch(MainQueue* queue) {
+    for (int attempt = 0; attempt < 64; ++attempt) {
+        {
+            std::lock_guard<std::mutex> hold(*queue->lock);
+            if (!queue->pending->empty()) {
+                queue->running->swap(*queue->pending);
+                queue->nonEmpty->store(false, std::memory_order_release);
+                return true;
+            }
+            if (attempt == 63) {
+                queue->draining = false;
+                return false;
+            }
+        }
+        sched_yield();
+    }
+    return false;
+}
+
 gboolean QueueDispatch(GSource* source, GSourceFunc, gpointer) {
     auto* queue = reinterpret_cast<MainQueue*>(source);
-    std::vector<Task> batch;
     {
         std::lock_guard<std::mutex> hold(*queue->lock);
-        batch.swap(*queue->pending);
-        queue->nonEmpty->store(false, std::memory_order_release);
+        queue->draining = true;
     }
-    for (const Task& task : batch) task.run(task.data);
+    while (NextBatch(queue)) {
+        for (const Task& task : *queue->running) task.run(task.data);
+        queue->running->clear();
+    }
     return G_SOURCE_CONTINUE;
 }
 
@@ -75,8 +106,11 @@ MainQueue* TheMainQueue() {
         auto* q = reinterpret_cast<MainQueue*>(g_source_new(&gQueueFuncs, sizeof(MainQueue)));
         q->lock = new std::mutex;
         q->pending = new std::vector<Task>;
+        q->running = new std::vector<Task>;
         q->pending->reserve(1024);
+        q->running->reserve(1024);
         q->nonEmpty = new std::atomic<bool>(false);
+        q->draining = false;
         g_source_set_priority(&q->source, G_PRIORITY_DEFAULT);
         g_source_attach(&q->source, g_main_context_default());
         return q;
@@ -88,14 +122,14 @@ MainQueue* TheMainQueue() {
 
 void PlatformPostToMainThread(MainThreadTask task, void* data) {
     MainQueue* queue = TheMainQueue();
-    bool wasEmpty;
+    bool wake;
     {
         std::lock_guard<std::mutex> hold(*queue->lock);
-        wasEmpty = queue->pending->empty();
+        wake = queue->pending->empty() && !queue->draining;
         queue->pending->push_back(Task{task, data});
         queue->nonEmpty->store(true, std::memory_order_release);
     }
-    if (wasEmpty) g_main_context_wakeup(g_main_context_default());
+    if (wake) g_main_context_wakeup(g_main_context_default());
 }
 
 char* PlatformDecomposedPath(const char* pathText, bool isURL) {

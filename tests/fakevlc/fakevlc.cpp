@@ -296,6 +296,18 @@ __attribute__((visibility("default"))) int64_t fakevlc_attached(libvlc_event_man
     return n;
 }
 
+__attribute__((visibility("default"))) int fakevlc_listener(libvlc_event_manager_t* manager, int type,
+                                                            libvlc_callback_t* callback, void** data) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    for (const auto& l : S().listeners)
+        if (l.manager == manager && l.type == type) {
+            *callback = l.callback;
+            *data = l.data;
+            return 1;
+        }
+    return 0;
+}
+
 __attribute__((visibility("default"))) void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
     std::vector<State::Listener> matching;
     {

@@ -28,6 +28,8 @@ int64_t fakevlc_media_refs(libvlc_media_t* media);
 // Events: what libvlc_event_attach registered, fired on this thread or on new ones.
 int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
 void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
+// The first callback attached for this type, to call it the way libvlc's threads do.
+int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data);
 // Fires `count` copies of the event from each of `threads` new threads; u.media_player_time_changed.new_time
 // carries thread * 1'000'000'000 + sequence number. Joins them before returning.
 void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
