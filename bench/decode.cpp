@@ -91,7 +91,9 @@ Result ThroughPlugin(emu::Host& host, const std::string& clip) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string clip = argc > 1 ? argv[1] : (getenv("QRV_DECODE_CLIP") ? getenv("QRV_DECODE_CLIP") : "");
+    std::string clip = getenv("QRV_DECODE_CLIP") ? getenv("QRV_DECODE_CLIP") : "";
+    for (int i = 1; i < argc; ++i)
+        if (argv[i][0] != '-') clip = argv[i];
     if (clip.empty()) {
         printf("decode: no 1920x1080 clip given (scripts/bench makes one with ffmpeg); skipped\n");
         return 0;
