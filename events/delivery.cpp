@@ -97,10 +97,14 @@ void RaiseNone(size_t index, const char* name, void* userData) {
     if (void* h = Handler(userData, index, name)) Call(h, userData);
 }
 
-// Enumerated fields widen without sign, plain ints with sign.
+// Enumerated fields widen without sign, plain ints with sign. The field is
+// read as raw bits: libvlc may store a value outside the enumeration.
 template <typename Field>
-void RaiseUInt(size_t index, const char* name, void* userData, Field value) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData, RBInteger{static_cast<uint32_t>(value)});
+void RaiseUInt(size_t index, const char* name, void* userData, const Field& field) {
+    static_assert(sizeof(Field) == sizeof(uint32_t));
+    uint32_t value = 0;
+    memcpy(&value, &field, sizeof value);
+    if (void* h = Handler(userData, index, name)) Call(h, userData, RBInteger{value});
 }
 
 void RaiseInt(size_t index, const char* name, void* userData, int value) {

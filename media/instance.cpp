@@ -174,14 +174,14 @@ static RBInteger GetAudioOutputDeviceCount(REALobject self, REALstring audioOutp
 static REALstring GetAudioOutputDeviceLongName(REALobject self, REALstring audioOutputName, RBInteger index) {
     GUARD_TFH(InstanceOf(self).handle, "GetAudioOutputDeviceLongName", libvlc_audio_output_device_longname, nullptr);
     rbText name(audioOutputName);
-    return BuildStringUTF8(
+    return BuildStringUTF8Kept(
         vlcfn::_libvlc_audio_output_device_longname(InstanceHandle(self), name.GetUTF8(), static_cast<int>(index)));
 }
 
 static REALstring GetAudioOutputDeviceID(REALobject self, REALstring audioOutputName, RBInteger index) {
     GUARD_TFH(InstanceOf(self).handle, "GetAudioOutputDeviceID", libvlc_audio_output_device_id, nullptr);
     rbText name(audioOutputName);
-    return BuildStringUTF8(
+    return BuildStringUTF8Kept(
         vlcfn::_libvlc_audio_output_device_id(InstanceHandle(self), name.GetUTF8(), static_cast<int>(index)));
 }
 

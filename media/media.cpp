@@ -16,6 +16,7 @@
 #include "playback/media_list.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
+#include "plugin/kept.h"
 #include "plugin/memory.h"
 #include "plugin/text.h"
 
@@ -135,8 +136,11 @@ static REALobject MediaWithData(REALobject vlc, const void* bytes, int64_t size)
                         d.handle = reinterpret_cast<int64_t>(media);
                         d.vlc = vlc;
                         REALLockObject(vlc);
+                        // The descriptor stays -1, so the destructor never frees
+                        // this path: the file and its name outlive the object.
                         d.tempFD = -1;
                         d.tempPath = path;
+                        DeliberatelyKept(path);
                     } else {
                         vlcfn::_libvlc_media_release(media);
                     }
@@ -213,7 +217,9 @@ static void VLCMediaDestructor(REALobject self) {
         TRACEF("%d", "close fd", d.tempFD);
         close(d.tempFD);
         d.tempFD = -1;
-        unlink(d.tempPath);
+        // A failed Clone constructor leaves descriptor 0 with no path; unlink
+        // of a null path only fails with EFAULT, so it is skipped.
+        if (d.tempPath != nullptr) unlink(d.tempPath);
         free(d.tempPath);
         d.tempPath = nullptr;
     }
@@ -234,7 +240,7 @@ static void SetMeta(REALobject self, RBInteger meta, REALstring value) {
 
 static REALstring GetMeta(REALobject self, RBInteger type) {
     GUARD_HTF(MediaOf(self).handle, "GetMeta", libvlc_media_get_meta, nullptr);
-    return BuildStringUTF8(vlcfn::_libvlc_media_get_meta(MediaHandle(self), static_cast<libvlc_meta_t>(type)));
+    return BuildStringUTF8Kept(vlcfn::_libvlc_media_get_meta(MediaHandle(self), static_cast<libvlc_meta_t>(type)));
 }
 
 static RBBoolean SaveMeta(REALobject self) {
@@ -261,7 +267,7 @@ static int64_t GetDuration(REALobject self) {
 
 static REALstring GetMRL(REALobject self) {
     GUARD_HTF(MediaOf(self).handle, "GetMRL", libvlc_media_get_mrl, nullptr);
-    return BuildStringUTF8(vlcfn::_libvlc_media_get_mrl(MediaHandle(self)));
+    return BuildStringUTF8Kept(vlcfn::_libvlc_media_get_mrl(MediaHandle(self)));
 }
 
 static RBInteger GetState(REALobject self) {

@@ -62,7 +62,7 @@ static REALobject GetMediaList(REALobject self) {
 
 static REALstring GetLocalizedName(REALobject self) {
     GUARD_HTF(DiscovererOf(self).handle, "GetLocalizedName", libvlc_media_discoverer_localized_name, nullptr);
-    return BuildStringUTF8(vlcfn::_libvlc_media_discoverer_localized_name(DiscovererHandle(self)));
+    return BuildStringUTF8Kept(vlcfn::_libvlc_media_discoverer_localized_name(DiscovererHandle(self)));
 }
 
 static RBBoolean IsRunning(REALobject self) {

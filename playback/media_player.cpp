@@ -27,11 +27,14 @@ libvlc_media_player_t* Player(REALobject self) {
 // libvlc's Booleans are read from the low byte of its int.
 RBBoolean LowByte(int value) { return static_cast<uint8_t>(value) != 0; }
 
-// A heap mutex with default attributes; null (and no locking) if it cannot be made.
-pthread_mutex_t* NewFrameMutex() {
+// A heap mutex with default attributes; null (and no locking) if it cannot be
+// made. A constructor called again on a live player keeps the mutex it has:
+// a decoder thread may be holding it.
+void MakeFrameMutex(MediaPlayerData& d) {
+    if (d.frameMutex != nullptr) return;
     auto* mutex = static_cast<pthread_mutex_t*>(calloc(1, sizeof(pthread_mutex_t)));
     if (mutex != nullptr) pthread_mutex_init(mutex, nullptr);
-    return mutex;
+    d.frameMutex = mutex;
 }
 
 }  // namespace
@@ -64,7 +67,7 @@ pthread_mutex_t* NewFrameMutex() {
 #define B01(x) ((x) != 0 ? 1 : 0)
 #define F_OUT(x) static_cast<double>(x)
 #define F_IN(x) static_cast<float>(x)
-#define SOUT(x) BuildStringUTF8(x)
+#define SOUT(x) BuildStringUTF8Kept(x)
 
 PLAYER_GET(program_scrambled, RBBoolean, "program_scrambled", libvlc_media_player_program_scrambled, B8)
 PLAYER_GET(GetFPS, double, "GetFPS", libvlc_media_player_get_fps, F_OUT)
@@ -218,7 +221,7 @@ static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
     TRACE("VLCMediaPlayerConstructorInstance");
     if (!VLC_NEED(libvlc_media_player_new)) return;
     MediaPlayerData& d = PlayerOf(self);
-    d.frameMutex = NewFrameMutex();
+    MakeFrameMutex(d);
     int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
     if (instance == 0) {
         RaiseNilObjectException("vlc parameter is nil");
@@ -235,7 +238,7 @@ static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
     TRACE("VLCMediaPlayerConstructorMedia");
     if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
     MediaPlayerData& d = PlayerOf(self);
-    d.frameMutex = NewFrameMutex();
+    MakeFrameMutex(d);
     int64_t handle = HandleOf(media, VLCMediaQRVClass);
     if (handle == 0) {
         RaiseNilObjectException("media parameter is nil");

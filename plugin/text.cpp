@@ -6,6 +6,7 @@
 
 #include "plugin/exceptions.h"
 #include "plugin/host_entries.h"
+#include "plugin/kept.h"
 #include "plugin/registration.h"
 #include "plugin/trace.h"
 
@@ -190,6 +191,11 @@ REALstring REALBuildUnicodeString(const void* bytes, int64_t length, uint32_t en
 REALstring BuildStringUTF8(const char* text) {
     if (text == nullptr) return nullptr;
     return REALBuildUnicodeString(text, static_cast<int64_t>(strlen(text)), kEncodingUTF8);
+}
+
+REALstring BuildStringUTF8Kept(const char* text) {
+    DeliberatelyKept(text);
+    return BuildStringUTF8(text);
 }
 
 REALstring BuildStringASCII(const char* text) {

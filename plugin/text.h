@@ -53,6 +53,8 @@ REALstring BuildWithEncoding(const char* bytes, int length, uint32_t encoding);
 
 // A C text from libvlc as a UTF-8 host string (nil for null).
 REALstring BuildStringUTF8(const char* text);
+// The same for a copy libvlc hands over and the plug-in deliberately keeps.
+REALstring BuildStringUTF8Kept(const char* text);
 // A C text meant to be ASCII (versions, errors, environment); traces
 // "Error: text is not ascii" when it is not.
 REALstring BuildStringASCII(const char* text);
