@@ -166,7 +166,7 @@ int Play(const std::vector<std::string>& args) {
     }
     auto start = Clock::now();
     auto lastProgress = start;
-    int captured = 0, saved = 0;
+    int seen = 0, captured = 0, saved = 0;
     double captureSeconds = 0;
     for (;;) {
         host.PumpFor(std::chrono::milliseconds(5));
@@ -176,6 +176,7 @@ int Play(const std::vector<std::string>& args) {
         if (o.seconds > 0 && elapsed >= o.seconds) break;
         if (elapsed > 600) break;
         if (video && host.Get(player, "HasNewFrame").AsBool()) {
+            ++seen;
             auto before = Clock::now();
             Value picture = host.Call(player, "CopyPicture");
             captureSeconds += std::chrono::duration<double>(Clock::now() - before).count();
@@ -198,14 +199,18 @@ int Play(const std::vector<std::string>& args) {
     int64_t length = host.Get(player, "Length").AsInt();
     int64_t state = host.Get(player, "State").AsInt();
     Value stats = host.Call(media, "Stats");
-    int64_t displayed = stats.IsNil() ? -1 : host.Get(stats, "DisplayedPictures").AsInt();
+    // libvlc copies its counters into the statistics about once a second.
+    int64_t counted = stats.IsNil() ? -1 : host.Get(stats, "DisplayedPictures").AsInt();
     host.Call(player, "Stop");
     host.PumpFor(std::chrono::milliseconds(20));
     events = Value();
     printf("summary\n");
     printf("  length            %s\n", Timestamp(length).c_str());
-    printf("  end state         %lld\n", static_cast<long long>(state));
-    printf("  frames displayed  %lld (libvlc statistics)\n", static_cast<long long>(displayed));
+    static const char* const kStateNames[] = {"nothing special", "opening", "buffering", "playing",
+                                              "paused",          "stopped", "ended",     "error"};
+    printf("  end state         %s\n", state >= 0 && state <= 7 ? kStateNames[state] : "unknown");
+    printf("  frames displayed  %d seen through HasNewFrame (libvlc statistics, sampled: %lld)\n", seen,
+           static_cast<long long>(counted));
     printf("  frames captured   %d\n", captured);
     if (!o.pngDir.empty()) printf("  PNG files         %d in %s\n", saved, o.pngDir.c_str());
     if (captured > 0) printf("  capture cost      %.1f us per CopyPicture\n", captureSeconds / captured * 1e6);
