@@ -105,14 +105,8 @@ static void VLCEventManagerDestructor(REALobject self) {
         }
     }
     d.handle = 0;
-    if (d.parent != nullptr) {
-        REALUnlockObject(d.parent);
-        d.parent = nullptr;
-    }
-    if (d.vlc != nullptr) {
-        REALUnlockObject(d.vlc);
-        d.vlc = nullptr;
-    }
+    UnlockHeld(d.parent);
+    UnlockHeld(d.vlc);
 }
 
 namespace {

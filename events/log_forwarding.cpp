@@ -105,10 +105,7 @@ void ClearLog(REALobject self) {
     GUARD_TFH(InstanceOf(self).handle, "ClearLog", libvlc_log_unset, );
     vlcfn::_libvlc_log_unset(InstanceHandle(self));
     InstanceData& d = InstanceOf(self);
-    if (d.logFile != nullptr) {
-        REALUnlockObject(d.logFile);
-        d.logFile = nullptr;
-    }
+    UnlockHeld(d.logFile);
     if (d.logStream != nullptr) {
         fclose(d.logStream);
         d.logStream = nullptr;

@@ -35,6 +35,18 @@ void PrepareSignals() {
 
 }  // namespace
 
+libvlc_instance_t* KeepInstanceArgument(REALobject vlc, REALobject& held) {
+    if (vlc == nullptr) {
+        RaiseNilObjectException("vlc parameter is nil");
+        return nullptr;
+    }
+    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
+    if (instance == 0) RaiseNilObjectException("vlc parameter is nil");
+    held = vlc;
+    REALLockObject(vlc);
+    return reinterpret_cast<libvlc_instance_t*>(instance);
+}
+
 static void VLCInstanceConstructor(REALobject self, REALarray args) {
     TRACE("VLCInstanceConstructor");
     if (!VLC_NEED(libvlc_new)) return;
@@ -77,10 +89,7 @@ static void VLCInstanceDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_release != nullptr)
         vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));
     d.handle = 0;
-    if (d.logFile != nullptr) {
-        REALUnlockObject(d.logFile);
-        d.logFile = nullptr;
-    }
+    UnlockHeld(d.logFile);
     if (d.logStream != nullptr) {
         fclose(d.logStream);
         d.logStream = nullptr;

@@ -209,10 +209,7 @@ static void VLCMediaDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_release != nullptr)
         vlcfn::_libvlc_media_release(reinterpret_cast<libvlc_media_t*>(d.handle));
     d.handle = 0;
-    if (d.vlc != nullptr) {
-        REALUnlockObject(d.vlc);
-        d.vlc = nullptr;
-    }
+    UnlockHeld(d.vlc);
     if (d.tempFD >= 0) {
         TRACEF("%d", "close fd", d.tempFD);
         close(d.tempFD);

@@ -25,20 +25,11 @@ libvlc_media_discoverer_t* DiscovererHandle(REALobject self) {
 static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
     TRACE("VLCMediaDiscovererConstructor");
     if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
-    if (vlc == nullptr) {
-        RaiseNilObjectException("vlc parameter is nil");
-        return;
-    }
-    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
-    if (instance == 0) {
-        RaiseNilObjectException("vlc parameter is nil");
-    } else {
+    ServiceData& d = DiscovererOf(self);
+    if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc)) {
         rbText text(name);
-        DiscovererOf(self).handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_discoverer_new_from_name(
-            reinterpret_cast<libvlc_instance_t*>(instance), text.GetUTF8()));
+        d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_discoverer_new_from_name(instance, text.GetUTF8()));
     }
-    DiscovererOf(self).vlc = vlc;
-    REALLockObject(vlc);
 }
 
 #pragma GCC diagnostic pop
@@ -48,10 +39,7 @@ static void VLCMediaDiscovererDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_discoverer_release != nullptr)
         vlcfn::_libvlc_media_discoverer_release(reinterpret_cast<libvlc_media_discoverer_t*>(d.handle));
     d.handle = 0;
-    if (d.vlc != nullptr) {
-        REALUnlockObject(d.vlc);
-        d.vlc = nullptr;
-    }
+    UnlockHeld(d.vlc);
 }
 
 static REALobject GetMediaList(REALobject self) {

@@ -21,18 +21,9 @@ libvlc_media_library_t* LibraryHandle(REALobject self) {
 static void VLCMediaLibraryConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCMediaLibraryConstructor");
     if (!VLC_NEED(libvlc_media_library_new)) return;
-    if (vlc == nullptr) {
-        RaiseNilObjectException("vlc parameter is nil");
-        return;
-    }
-    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
-    if (instance == 0)
-        RaiseNilObjectException("vlc parameter is nil");
-    else
-        LibraryOf(self).handle =
-            reinterpret_cast<int64_t>(vlcfn::_libvlc_media_library_new(reinterpret_cast<libvlc_instance_t*>(instance)));
-    LibraryOf(self).vlc = vlc;
-    REALLockObject(vlc);
+    ServiceData& d = LibraryOf(self);
+    if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
+        d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_library_new(instance));
 }
 
 static void VLCMediaLibraryDestructor(REALobject self) {
@@ -40,10 +31,7 @@ static void VLCMediaLibraryDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_library_release != nullptr)
         vlcfn::_libvlc_media_library_release(reinterpret_cast<libvlc_media_library_t*>(d.handle));
     d.handle = 0;
-    if (d.vlc != nullptr) {
-        REALUnlockObject(d.vlc);
-        d.vlc = nullptr;
-    }
+    UnlockHeld(d.vlc);
 }
 
 static RBBoolean Load(REALobject self) {

@@ -39,18 +39,9 @@ REALobject NewVLCMediaListQRV(libvlc_media_list_t* list, REALobject vlc) {
 static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCMediaListConstructor");
     if (!VLC_NEED(libvlc_media_list_new)) return;
-    if (vlc == nullptr) {
-        RaiseNilObjectException("vlc parameter is nil");
-        return;
-    }
-    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
-    if (instance == 0)
-        RaiseNilObjectException("vlc parameter is nil");
-    else
-        ListOf(self).handle =
-            reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_new(reinterpret_cast<libvlc_instance_t*>(instance)));
-    ListOf(self).vlc = vlc;
-    REALLockObject(vlc);
+    MediaListData& d = ListOf(self);
+    if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
+        d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_new(instance));
 }
 
 static void VLCMediaListDestructor(REALobject self) {
@@ -58,10 +49,7 @@ static void VLCMediaListDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_list_release != nullptr)
         vlcfn::_libvlc_media_list_release(reinterpret_cast<libvlc_media_list_t*>(d.handle));
     d.handle = 0;
-    if (d.vlc != nullptr) {
-        REALUnlockObject(d.vlc);
-        d.vlc = nullptr;
-    }
+    UnlockHeld(d.vlc);
 }
 
 static void Lock(REALobject self) {

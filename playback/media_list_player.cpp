@@ -28,18 +28,9 @@ libvlc_media_list_player_t* ListPlayer(REALobject self) {
 static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCMediaListPlayerConstructor");
     if (!VLC_NEED(libvlc_media_list_player_new)) return;
-    if (vlc == nullptr) {
-        RaiseNilObjectException("vlc parameter is nil");
-        return;
-    }
-    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
-    if (instance == 0)
-        RaiseNilObjectException("vlc parameter is nil");
-    else
-        ListPlayerOf(self).handle = reinterpret_cast<int64_t>(
-            vlcfn::_libvlc_media_list_player_new(reinterpret_cast<libvlc_instance_t*>(instance)));
-    ListPlayerOf(self).vlc = vlc;
-    REALLockObject(vlc);
+    MediaListPlayerData& d = ListPlayerOf(self);
+    if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
+        d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_player_new(instance));
 }
 
 // List and Player keep the locks SetMediaList and SetMediaPlayer took.
@@ -48,10 +39,7 @@ static void VLCMediaListPlayerDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_list_player_release != nullptr)
         vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
     d.handle = 0;
-    if (d.vlc != nullptr) {
-        REALUnlockObject(d.vlc);
-        d.vlc = nullptr;
-    }
+    UnlockHeld(d.vlc);
 }
 
 static void Play(REALobject self) {

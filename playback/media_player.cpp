@@ -206,10 +206,7 @@ static void SetMedia(REALobject self, RBInteger, REALobject media) {
         return;
     }
     MediaPlayerData& d = PlayerOf(self);
-    if (d.media != nullptr) {
-        REALUnlockObject(d.media);
-        d.media = nullptr;
-    }
+    UnlockHeld(d.media);
     vlcfn::_libvlc_media_player_set_media(Player(self), reinterpret_cast<libvlc_media_t*>(handle));
     REALLockObject(media);
     d.media = media;
@@ -265,10 +262,9 @@ static void VLCMediaPlayerDestructor(REALobject self) {
     }
     d.handle = 0;
     FreeImages(d);
-    for (REALobject* held : {&d.vlc, &d.tag, &d.media}) {
-        if (*held != nullptr) REALUnlockObject(*held);
-        *held = nullptr;
-    }
+    UnlockHeld(d.vlc);
+    UnlockHeld(d.tag);
+    UnlockHeld(d.media);
 }
 
 // ---- methods -----------------------------------------------------------------

@@ -18,6 +18,11 @@ RBInteger REALRegisterClass(REALclassDefinition* record);
 REALobject REALnewInstance(const char* className);
 void REALLockObject(REALobject object);
 void REALUnlockObject(REALobject object);
+// Gives back the reference a field holds, if any, and clears the field.
+inline void UnlockHeld(REALobject& held) {
+    if (held != nullptr) REALUnlockObject(held);
+    held = nullptr;
+}
 void REALLockString(REALstring string);
 void REALUnlockString(REALstring string);
 REALstring originalREALBuildString(const char* bytes, int length);
