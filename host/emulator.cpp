@@ -261,11 +261,10 @@ void Host::CallPluginMain() {
     main(&ResolveEntry);
 }
 
-// What tests leave alive is reported by the audit; at the end its memory is
-// simply given back, without running plug-in destructors.
-// A real host never frees what a program still holds: objects and strings
-// left locked when the host goes away (some members keep locks on purpose)
-// stay in memory for the rest of the process, still reachable from here.
+// What tests leave alive is reported by the audit. A real host never frees
+// what a program still holds: objects and strings left locked when the host
+// goes away (some members keep locks on purpose) stay in memory for the rest
+// of the process, still reachable from here.
 struct Abandoned {
     std::vector<std::pair<void*, ObjectInfo*>> objects;
     std::vector<HostString*> strings;
