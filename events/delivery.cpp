@@ -10,6 +10,7 @@
 #include "binding/vlc_table.h"
 #include "events/event_manager.h"
 #include "media/media.h"
+#include "plugin/guard.h"
 #include "plugin/host_entries.h"
 #include "plugin/platform.h"
 #include "plugin/text.h"
@@ -120,7 +121,7 @@ void RaiseDouble(size_t index, const char* name, void* userData, float value) {
 }
 
 void RaiseBool(size_t index, const char* name, void* userData, int value) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData, RBBoolean{static_cast<uint8_t>(value) != 0});
+    if (void* h = Handler(userData, index, name)) Call(h, userData, LowByte(value));
 }
 
 // The handler gets a new wrapper; the plug-in drops its own reference afterwards.

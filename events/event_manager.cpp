@@ -105,8 +105,8 @@ static void VLCEventManagerDestructor(REALobject self) {
         }
     }
     d.handle = 0;
-    UnlockHeld(d.parent);
-    UnlockHeld(d.vlc);
+    ReleaseField(d.parent);
+    ReleaseField(d.vlc);
 }
 
 namespace {

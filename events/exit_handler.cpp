@@ -32,7 +32,7 @@ REALobject GetExitHandler(REALobject) {
 // Assigning nil drops the handler but leaves libvlc's registration in force.
 void SetExitHandler(REALobject self, REALobject handler) {
     GUARD_TFH(InstanceOf(self).handle, "SetExitHandler", libvlc_set_exit_handler, );
-    UnlockHeld(gExitHandler);
+    ReleaseField(gExitHandler);
     if (handler == nullptr) return;
     REALLockObject(handler);
     gExitHandler = handler;

@@ -105,7 +105,7 @@ void ClearLog(REALobject self) {
     GUARD_TFH(InstanceOf(self).handle, "ClearLog", libvlc_log_unset, );
     vlcfn::_libvlc_log_unset(InstanceHandle(self));
     InstanceData& d = InstanceOf(self);
-    UnlockHeld(d.logFile);
+    ReleaseField(d.logFile);
     if (d.logStream != nullptr) {
         fclose(d.logStream);
         d.logStream = nullptr;

@@ -42,7 +42,7 @@ static void VLCEqualizerDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_audio_equalizer_release != nullptr)
         vlcfn::_libvlc_audio_equalizer_release(reinterpret_cast<libvlc_equalizer_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.vlc);
+    ReleaseField(d.vlc);
 }
 
 static float getmap(REALobject self, RBInteger index) {

@@ -89,7 +89,7 @@ static void VLCInstanceDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_release != nullptr)
         vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.logFile);
+    ReleaseField(d.logFile);
     if (d.logStream != nullptr) {
         fclose(d.logStream);
         d.logStream = nullptr;

@@ -209,7 +209,7 @@ static void VLCMediaDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_release != nullptr)
         vlcfn::_libvlc_media_release(reinterpret_cast<libvlc_media_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.vlc);
+    ReleaseField(d.vlc);
     if (d.tempFD >= 0) {
         TRACEF("%d", "close fd", d.tempFD);
         close(d.tempFD);
@@ -242,7 +242,7 @@ static REALstring GetMeta(REALobject self, RBInteger type) {
 
 static RBBoolean SaveMeta(REALobject self) {
     GUARD_TFH(MediaOf(self).handle, "SaveMeta", libvlc_media_save_meta, false);
-    return static_cast<uint8_t>(vlcfn::_libvlc_media_save_meta(MediaHandle(self))) != 0;
+    return LowByte(vlcfn::_libvlc_media_save_meta(MediaHandle(self)));
 }
 
 static void AddOption(REALobject self, REALstring options) {
@@ -287,7 +287,7 @@ static void ParseAsync(REALobject self) {
 
 static RBBoolean IsParsed(REALobject self) {
     GUARD_TFH(MediaOf(self).handle, "IsParsed", libvlc_media_is_parsed, false);
-    return static_cast<uint8_t>(vlcfn::_libvlc_media_is_parsed(MediaHandle(self))) != 0;
+    return LowByte(vlcfn::_libvlc_media_is_parsed(MediaHandle(self)));
 }
 
 static REALobject SubItems(REALobject self) {

@@ -39,7 +39,7 @@ static void VLCMediaDiscovererDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_discoverer_release != nullptr)
         vlcfn::_libvlc_media_discoverer_release(reinterpret_cast<libvlc_media_discoverer_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.vlc);
+    ReleaseField(d.vlc);
 }
 
 static REALobject GetMediaList(REALobject self) {
@@ -55,7 +55,7 @@ static REALstring GetLocalizedName(REALobject self) {
 
 static RBBoolean IsRunning(REALobject self) {
     GUARD_HTF(DiscovererOf(self).handle, "IsRunning", libvlc_media_discoverer_is_running, false);
-    return static_cast<uint8_t>(vlcfn::_libvlc_media_discoverer_is_running(DiscovererHandle(self))) != 0;
+    return LowByte(vlcfn::_libvlc_media_discoverer_is_running(DiscovererHandle(self)));
 }
 
 namespace {

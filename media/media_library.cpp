@@ -31,7 +31,7 @@ static void VLCMediaLibraryDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_library_release != nullptr)
         vlcfn::_libvlc_media_library_release(reinterpret_cast<libvlc_media_library_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.vlc);
+    ReleaseField(d.vlc);
 }
 
 static RBBoolean Load(REALobject self) {

@@ -8,18 +8,6 @@
 
 #include <cstring>
 
-// Gives back a string field the record holds and clears it.
-inline void ReleaseField(REALstring& field) {
-    if (field != nullptr) REALUnlockString(field);
-    field = nullptr;
-}
-
-// Gives back an object field the record holds and clears it.
-inline void ReleaseField(REALobject& field) {
-    if (field != nullptr) REALUnlockObject(field);
-    field = nullptr;
-}
-
 // The four bytes of a fourcc in memory order, as an ASCII string of length 4.
 inline REALstring FourCCString(uint32_t fourcc) {
     char bytes[4];

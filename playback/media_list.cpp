@@ -49,7 +49,7 @@ static void VLCMediaListDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_list_release != nullptr)
         vlcfn::_libvlc_media_list_release(reinterpret_cast<libvlc_media_list_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.vlc);
+    ReleaseField(d.vlc);
 }
 
 static void Lock(REALobject self) {
@@ -74,7 +74,7 @@ static RBInteger Count(REALobject self) {
 
 static RBBoolean isReadOnly(REALobject self) {
     GUARD_HTF(ListOf(self).handle, "isReadOnly", libvlc_media_list_is_readonly, false);
-    return static_cast<uint8_t>(vlcfn::_libvlc_media_list_is_readonly(ListHandle(self))) != 0;
+    return LowByte(vlcfn::_libvlc_media_list_is_readonly(ListHandle(self)));
 }
 
 static REALobject ItemAtIndex(REALobject self, RBInteger index) {

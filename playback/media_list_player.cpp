@@ -39,7 +39,7 @@ static void VLCMediaListPlayerDestructor(REALobject self) {
     if (d.handle != 0 && vlcfn::_libvlc_media_list_player_release != nullptr)
         vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
     d.handle = 0;
-    UnlockHeld(d.vlc);
+    ReleaseField(d.vlc);
 }
 
 static void Play(REALobject self) {
@@ -85,7 +85,7 @@ static RBBoolean PlayItem(REALobject self, REALobject item) {
 
 static RBBoolean IsPlaying(REALobject self) {
     LIST_PLAYER_GUARD("IsPlaying", libvlc_media_list_player_is_playing, false);
-    return static_cast<uint8_t>(vlcfn::_libvlc_media_list_player_is_playing(ListPlayer(self))) != 0;
+    return LowByte(vlcfn::_libvlc_media_list_player_is_playing(ListPlayer(self)));
 }
 
 static RBInteger GetState(REALobject self) {

@@ -24,9 +24,6 @@ libvlc_media_player_t* Player(REALobject self) {
     return reinterpret_cast<libvlc_media_player_t*>(PlayerOf(self).handle);
 }
 
-// libvlc's Booleans are read from the low byte of its int.
-RBBoolean LowByte(int value) { return static_cast<uint8_t>(value) != 0; }
-
 // A heap mutex with default attributes; null (and no locking) if it cannot be
 // made. A constructor called again on a live player keeps the mutex it has:
 // a decoder thread may be holding it.
@@ -206,7 +203,7 @@ static void SetMedia(REALobject self, RBInteger, REALobject media) {
         return;
     }
     MediaPlayerData& d = PlayerOf(self);
-    UnlockHeld(d.media);
+    ReleaseField(d.media);
     vlcfn::_libvlc_media_player_set_media(Player(self), reinterpret_cast<libvlc_media_t*>(handle));
     REALLockObject(media);
     d.media = media;
@@ -262,9 +259,9 @@ static void VLCMediaPlayerDestructor(REALobject self) {
     }
     d.handle = 0;
     FreeImages(d);
-    UnlockHeld(d.vlc);
-    UnlockHeld(d.tag);
-    UnlockHeld(d.media);
+    ReleaseField(d.vlc);
+    ReleaseField(d.tag);
+    ReleaseField(d.media);
 }
 
 // ---- methods -----------------------------------------------------------------

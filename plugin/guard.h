@@ -13,6 +13,9 @@ inline bool FunctionLoaded(const void* entry, const char* entryName) {
     return false;
 }
 
+// libvlc's Booleans are read from the low byte of its int.
+inline RBBoolean LowByte(int value) { return static_cast<uint8_t>(value) != 0; }
+
 inline bool HandleReady(int64_t handle) {
     if (handle != 0) return true;
     RaiseNotInitializedException();

@@ -18,13 +18,17 @@ RBInteger REALRegisterClass(REALclassDefinition* record);
 REALobject REALnewInstance(const char* className);
 void REALLockObject(REALobject object);
 void REALUnlockObject(REALobject object);
-// Gives back the reference a field holds, if any, and clears the field.
-inline void UnlockHeld(REALobject& held) {
-    if (held != nullptr) REALUnlockObject(held);
-    held = nullptr;
-}
 void REALLockString(REALstring string);
 void REALUnlockString(REALstring string);
+// Give back the reference a field holds, if any, and clear the field.
+inline void ReleaseField(REALobject& field) {
+    if (field != nullptr) REALUnlockObject(field);
+    field = nullptr;
+}
+inline void ReleaseField(REALstring& field) {
+    if (field != nullptr) REALUnlockString(field);
+    field = nullptr;
+}
 REALstring originalREALBuildString(const char* bytes, int length);
 REALstring REALBuildStringWithEncoding(const char* bytes, int length, uint32_t encoding);
 // Answers kEncodingUnknown when the host lacks the entry (and says so in *available).
