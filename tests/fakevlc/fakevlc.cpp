@@ -3,6 +3,8 @@
 // plug-in's list exists here as a weak default answering what the test set;
 // the behaviour tests need is written out below and overrides those defaults.
 #include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -94,38 +96,34 @@ FAKE_OBJECT(libvlc_media_list_player_t, libvlc_media_list_player_new, (libvlc_in
 FAKE_OBJECT(libvlc_equalizer_t, libvlc_audio_equalizer_new, (void))
 #undef FAKE_OBJECT
 
-libvlc_event_manager_t* libvlc_media_player_event_manager(libvlc_media_player_t*) {
-    Count("libvlc_media_player_event_manager");
-    return kManager;
-}
-libvlc_event_manager_t* libvlc_media_event_manager(libvlc_media_t*) {
-    Count("libvlc_media_event_manager");
-    return kManager;
-}
-libvlc_event_manager_t* libvlc_media_list_event_manager(libvlc_media_list_t*) {
-    Count("libvlc_media_list_event_manager");
-    return kManager;
-}
-libvlc_event_manager_t* libvlc_media_list_player_event_manager(libvlc_media_list_player_t*) {
-    Count("libvlc_media_list_player_event_manager");
-    return kManager;
-}
-libvlc_event_manager_t* libvlc_media_discoverer_event_manager(libvlc_media_discoverer_t*) {
-    Count("libvlc_media_discoverer_event_manager");
-    return kManager;
-}
+// Every object shares one event manager; the test can make the getters answer
+// NULL by setting their answer to -1.
+#define FAKE_EVENT_MANAGER(name, Source)                           \
+    libvlc_event_manager_t* name(Source*) {                        \
+        Count(#name);                                              \
+        return AnswerOf(#name).integer == -1 ? nullptr : kManager; \
+    }
+FAKE_EVENT_MANAGER(libvlc_media_player_event_manager, libvlc_media_player_t)
+FAKE_EVENT_MANAGER(libvlc_media_event_manager, libvlc_media_t)
+FAKE_EVENT_MANAGER(libvlc_media_list_event_manager, libvlc_media_list_t)
+FAKE_EVENT_MANAGER(libvlc_media_list_player_event_manager, libvlc_media_list_player_t)
+FAKE_EVENT_MANAGER(libvlc_media_discoverer_event_manager, libvlc_media_discoverer_t)
+#undef FAKE_EVENT_MANAGER
 
 int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
                         void* data) {
     Count("libvlc_event_attach");
+    std::lock_guard<std::recursive_mutex> events(S().eventLock);
     std::lock_guard<std::mutex> hold(S().lock);
     S().listeners.push_back({manager, static_cast<int>(type), callback, data});
     return 0;
 }
 
+// As libvlc 3.0: detaching a listener that is not attached aborts.
 void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
                          void* data) {
     Count("libvlc_event_detach");
+    std::lock_guard<std::recursive_mutex> events(S().eventLock);
     std::lock_guard<std::mutex> hold(S().lock);
     auto& l = S().listeners;
     for (auto it = l.begin(); it != l.end(); ++it)
@@ -134,6 +132,17 @@ void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t ty
             l.erase(it);
             return;
         }
+    fprintf(stderr, "fake libvlc: libvlc_event_detach of a listener that is not attached (type %d)\n",
+            static_cast<int>(type));
+    abort();
+}
+
+// Stopping sends Stopped on the calling thread before it returns, as libvlc does.
+void libvlc_media_player_stop(libvlc_media_player_t*) {
+    Count("libvlc_media_player_stop");
+    libvlc_event_t stopped{};
+    stopped.type = libvlc_MediaPlayerStopped;
+    fakevlc_fire(kManager, &stopped);
 }
 
 void libvlc_log_set(libvlc_instance_t*, libvlc_log_cb cb, void* data) {
@@ -141,12 +150,21 @@ void libvlc_log_set(libvlc_instance_t*, libvlc_log_cb cb, void* data) {
     std::lock_guard<std::mutex> hold(S().lock);
     S().logCallback = cb;
     S().logData = data;
+    S().logStream = nullptr;
+}
+
+void libvlc_log_set_file(libvlc_instance_t*, FILE* stream) {
+    Count("libvlc_log_set_file");
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().logCallback = nullptr;
+    S().logStream = stream;
 }
 
 void libvlc_log_unset(libvlc_instance_t*) {
     Count("libvlc_log_unset");
     std::lock_guard<std::mutex> hold(S().lock);
     S().logCallback = nullptr;
+    S().logStream = nullptr;
 }
 
 // Log contexts of the fake carry the module, file and line to report.
@@ -231,8 +249,11 @@ __attribute__((visibility("default"))) void fakevlc_reset(void) {
     s.texts.clear();
     s.ints.clear();
     s.mediaRefs.clear();
+    for (libvlc_media_t* media : s.media) delete[] reinterpret_cast<char*>(media);
+    s.media.clear();
     s.listeners.clear();
     s.logCallback = nullptr;
+    s.logStream = nullptr;
     s.exitHandler = nullptr;
     s.lock_ = nullptr;
     s.unlock = nullptr;
@@ -308,14 +329,24 @@ __attribute__((visibility("default"))) int fakevlc_listener(libvlc_event_manager
     return 0;
 }
 
+// Callbacks run with the event lock held, as libvlc's do: a callback that calls
+// back into libvlc (other than what libvlc allows there) would deadlock.
 __attribute__((visibility("default"))) void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
+    std::lock_guard<std::recursive_mutex> events(S().eventLock);
     std::vector<State::Listener> matching;
     {
         std::lock_guard<std::mutex> hold(S().lock);
         for (const auto& l : S().listeners)
             if (l.manager == manager && l.type == event->type) matching.push_back(l);
     }
+    ++gInsideEventCallback;
     for (const auto& l : matching) l.callback(event, l.data);
+    --gInsideEventCallback;
+}
+
+__attribute__((visibility("default"))) int fakevlc_log_route(void) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    return S().logCallback != nullptr ? 1 : S().logStream != nullptr ? 2 : 0;
 }
 
 __attribute__((visibility("default"))) void fakevlc_fire_from_threads(libvlc_event_manager_t* manager,
@@ -348,14 +379,18 @@ __attribute__((visibility("default"))) void fakevlc_log(int level, const char* m
                                                         const char* text, int onNewThread) {
     libvlc_log_cb cb;
     void* data;
+    FILE* stream;
     {
         std::lock_guard<std::mutex> hold(S().lock);
         cb = S().logCallback;
         data = S().logData;
+        stream = S().logStream;
     }
-    if (cb == nullptr) return;
     FakeLogContext context{module, file, line};
-    auto emit = [&] { CallLog(cb, data, level, &context, "%s", text); };
+    auto emit = [&] {
+        if (cb != nullptr) CallLog(cb, data, level, &context, "%s", text);
+        if (stream != nullptr) fprintf(stream, "%s\n", text);  // libvlc writes its log file itself
+    };
     if (onNewThread) {
         std::thread worker(emit);
         worker.join();

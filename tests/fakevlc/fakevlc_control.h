@@ -34,10 +34,18 @@ int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_
 // carries thread * 1'000'000'000 + sequence number. Joins them before returning.
 void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
                                int64_t count);
-// The event manager the fake answers for any object.
+// Where libvlc's log goes: 0 nowhere, 1 the log callback, 2 a file (libvlc_log_set_file).
+int fakevlc_log_route(void);
+// The event manager the fake answers for any object (the getters answer NULL
+// when their answer is set to -1). Callbacks run with the fake's event lock
+// held; a callback calling any libvlc function but media retain/release and
+// event attach/detach aborts the process, where libvlc would deadlock;
+// libvlc_media_player_stop sends Stopped synchronously; detaching a listener
+// that is not attached aborts.
 libvlc_event_manager_t* fakevlc_event_manager(void);
 
-// Logging: calls the installed log callback with "%s" and the text.
+// Logging: calls the installed log callback with "%s" and the text, or writes
+// the text to the log file libvlc was given.
 void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
 // Exit: calls the installed exit handler on a new thread and joins it.
 void fakevlc_request_exit(void);

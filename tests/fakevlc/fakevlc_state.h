@@ -1,6 +1,9 @@
 // Shared state of the fake libvlc's source files.
 #pragma once
 
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
@@ -30,8 +33,10 @@ struct State {
         void* data;
     };
     std::vector<Listener> listeners;
+    std::recursive_mutex eventLock;  // held while callbacks run; recursive like libvlc's
     libvlc_log_cb logCallback = nullptr;
     void* logData = nullptr;
+    FILE* logStream = nullptr;
     void (*exitHandler)(void*) = nullptr;
     void* exitData = nullptr;
     libvlc_video_lock_cb lock_ = nullptr;
@@ -46,7 +51,24 @@ inline State& S() {
     return *state;
 }
 
+// Depth of event callbacks running on this thread (fakevlc_fire).
+inline thread_local int gInsideEventCallback = 0;
+
+// libvlc calls back holding locks its own functions take: from inside a
+// callback only these may be called; any other would deadlock in libvlc, and
+// the fake stops the process instead of hanging.
+inline bool AllowedInsideEventCallback(const char* name) {
+    for (const char* allowed :
+         {"libvlc_media_retain", "libvlc_media_release", "libvlc_event_attach", "libvlc_event_detach"})
+        if (strcmp(name, allowed) == 0) return true;
+    return false;
+}
+
 inline void Count(const char* name) {
+    if (gInsideEventCallback > 0 && !AllowedInsideEventCallback(name)) {
+        fprintf(stderr, "fake libvlc: %s called from inside an event callback: libvlc would deadlock\n", name);
+        abort();
+    }
     std::lock_guard<std::mutex> hold(S().lock);
     ++S().calls[name];
 }
