@@ -1,29 +1,22 @@
-// Moving libvlc's notifications onto the main thread. A callback that already
-// runs there raises the host event at once; any other copies the event (media
-// retained, strings copied) and posts it, and the posted task raises the event
-// and gives back what the copy held, handler or not.
+// Moving libvlc's notifications onto the main thread. Every callback copies the
+// event (media retained, strings copied) and queues it, also on the main thread:
+// libvlc calls back while holding locks its own getters need, so a handler run
+// inside the callback could deadlock. The main thread raises the host event and
+// gives back what the copy held, handler or not.
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "binding/vlc_table.h"
+#include "events/delivery_queue.h"
 #include "events/event_manager.h"
 #include "media/media.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
-#include "plugin/platform.h"
 #include "plugin/text.h"
 #include "plugin/trace.h"
 
 namespace {
-
-// One notification in transit.
-struct EventData {
-    DeferredEventFunction function;
-    void* userData;
-    libvlc_event_t event;
-};
 
 bool RetainsMedia(int type) {
     return type == libvlc_MediaSubItemAdded || type == libvlc_MediaFreed || type == libvlc_MediaPlayerMediaChanged ||
@@ -71,133 +64,110 @@ void GiveBack(libvlc_event_t& event) {
     }
 }
 
-void RunPostedEvent(void* data) {
-    auto* record = static_cast<EventData*>(data);
-    record->function(&record->event, record->userData);
-    GiveBack(record->event);
-    delete record;
+// Copies the event, takes on its media and strings, and queues it for the
+// manager whose delivery target libvlc passed.
+void CallEvent(const libvlc_event_t* event, void* userData, const DeliveryRoute& route) {
+    TRACEF("%p, %p, %s", "CallEvent", static_cast<const void*>(event), userData, route.traceName);
+    if (userData == nullptr) return;
+    libvlc_event_t copy = *event;
+    TakeOn(copy);
+    PostDelivery(static_cast<DeliveryTarget*>(userData), route, copy);
 }
 
 // ---- raising on the main thread ----------------------------------------------
 
-REALobject Manager(void* userData) { return static_cast<REALobject>(userData); }
-
-void* Handler(void* userData, size_t index, const char* traceName) {
-    if (userData == nullptr) return nullptr;
-    void* handler = LookupEventHandler(Manager(userData), VLCEventManagerQRVClass, index);
-    TRACEF("%p", traceName, handler);
-    return handler;
-}
-
+// The raisers get the manager and its handler, looked up by the queue.
 template <typename... Args>
-void Call(void* handler, void* userData, Args... args) {
-    reinterpret_cast<void (*)(REALobject, Args...)>(handler)(Manager(userData), args...);
+void Call(void* handler, REALobject manager, Args... args) {
+    reinterpret_cast<void (*)(REALobject, Args...)>(handler)(manager, args...);
 }
 
-void RaiseNone(size_t index, const char* name, void* userData) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData);
-}
+void RaiseNone(REALobject manager, void* handler) { Call(handler, manager); }
 
 // Enumerated fields widen without sign, plain ints with sign. The field is
 // read as raw bits: libvlc may store a value outside the enumeration.
 template <typename Field>
-void RaiseUInt(size_t index, const char* name, void* userData, const Field& field) {
+void RaiseUInt(REALobject manager, void* handler, const Field& field) {
     static_assert(sizeof(Field) == sizeof(uint32_t));
     uint32_t value = 0;
     memcpy(&value, &field, sizeof value);
-    if (void* h = Handler(userData, index, name)) Call(h, userData, RBInteger{value});
+    Call(handler, manager, RBInteger{value});
 }
 
-void RaiseInt(size_t index, const char* name, void* userData, int value) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData, RBInteger{value});
-}
+void RaiseInt(REALobject manager, void* handler, int value) { Call(handler, manager, RBInteger{value}); }
 
-void RaiseInt64(size_t index, const char* name, void* userData, int64_t value) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData, RBInteger{value});
-}
+void RaiseInt64(REALobject manager, void* handler, int64_t value) { Call(handler, manager, RBInteger{value}); }
 
-void RaiseDouble(size_t index, const char* name, void* userData, float value) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData, static_cast<double>(value));
-}
+void RaiseDouble(REALobject manager, void* handler, float value) { Call(handler, manager, static_cast<double>(value)); }
 
-void RaiseBool(size_t index, const char* name, void* userData, int value) {
-    if (void* h = Handler(userData, index, name)) Call(h, userData, LowByte(value));
-}
+void RaiseBool(REALobject manager, void* handler, int value) { Call(handler, manager, LowByte(value)); }
 
 // The handler gets a new wrapper; the plug-in drops its own reference afterwards.
-REALobject WrapMedia(void* userData, libvlc_media_t* media) {
-    return NewVLCMediaQRV(media, EventManagerOf(Manager(userData)).vlc, true);
-}
-
-void RaiseMedia(size_t index, const char* name, void* userData, libvlc_media_t* media) {
-    void* h = Handler(userData, index, name);
-    if (h == nullptr) return;
-    REALobject object = WrapMedia(userData, media);
-    Call(h, userData, object);
+template <typename... Args>
+void RaiseWrapped(REALobject manager, void* handler, libvlc_media_t* media, Args... args) {
+    REALobject object = NewVLCMediaQRV(media, EventManagerOf(manager).vlc, true);
+    Call(handler, manager, object, RBInteger{args}...);
     if (object != nullptr) REALUnlockObject(object);
 }
 
-void RaiseMediaIndex(size_t index, const char* name, void* userData, libvlc_media_t* media, int position) {
-    void* h = Handler(userData, index, name);
-    if (h == nullptr) return;
-    REALobject object = WrapMedia(userData, media);
-    Call(h, userData, object, RBInteger{position});
-    if (object != nullptr) REALUnlockObject(object);
+void RaiseMedia(REALobject manager, void* handler, libvlc_media_t* media) { RaiseWrapped(manager, handler, media); }
+
+void RaiseMediaIndex(REALobject manager, void* handler, libvlc_media_t* media, int position) {
+    RaiseWrapped(manager, handler, media, position);
 }
 
 REALstring HostText(const char* text) {
     return text != nullptr ? REALBuildUnicodeString(text, static_cast<int64_t>(strlen(text)), kEncodingUTF8) : nullptr;
 }
 
-void RaiseString(size_t index, const char* name, void* userData, const char* text) {
-    void* h = Handler(userData, index, name);
-    if (h == nullptr) return;
+void RaiseString(REALobject manager, void* handler, const char* text) {
     REALstring string = HostText(text);
-    Call(h, userData, string);
+    Call(handler, manager, string);
     if (string != nullptr) REALUnlockString(string);
 }
 
-void RaiseStrings(size_t index, const char* name, void* userData, const char* mediaName, const char* instanceName) {
-    void* h = Handler(userData, index, name);
-    if (h == nullptr) return;
+void RaiseStrings(REALobject manager, void* handler, const char* mediaName, const char* instanceName) {
     REALstring media = HostText(mediaName);
     REALstring instance = HostText(instanceName);
-    Call(h, userData, media, instance);
+    Call(handler, manager, media, instance);
     if (instance != nullptr) REALUnlockString(instance);
     if (media != nullptr) REALUnlockString(media);
 }
 
-// On the main thread the event is raised inside the callback; elsewhere it is posted.
-void Dispatch(const libvlc_event_t* event, void* userData, DeferredEventFunction later) {
-    if (PlatformIsMainThread()) {
-        TRACEF("%p, %p", "Call now on main thread...", static_cast<const void*>(event), userData);
-        later(event, userData);
-    } else {
-        TRACEF("%p, %p", "Call later on main thread...", static_cast<const void*>(event), userData);
-        CallEvent(event, userData, later);
+// LaterCallback<name> builds the handler's arguments from the copied event.
+#define X(name, type, kind, raiser, ...)                                                       \
+    void LaterCallback##name(REALobject manager, void* handler, const libvlc_event_t& event) { \
+        [[maybe_unused]] const libvlc_event_t* e = &event;                                     \
+        raiser(manager, handler __VA_OPT__(, ) __VA_ARGS__);                                   \
     }
-}
+#include "events/events.def"
+#undef X
 
-// LaterCallback<name> raises on the main thread; Callback<name> is what libvlc calls.
-#define X(name, type, raiser, ...)                                            \
-    void LaterCallback##name(const libvlc_event_t* e, void* userData) {       \
-        raiser(k##name, "Event " #name, userData __VA_OPT__(, ) __VA_ARGS__); \
-    }                                                                         \
-    void Callback##name(const libvlc_event_t* e, void* userData) { Dispatch(e, userData, LaterCallback##name); }
+constexpr bool kLatestValueOnly = true, kDiscrete = false;
+#define VALUE kLatestValueOnly
+#define DISCRETE kDiscrete
+
+const DeliveryRoute kEventRoutes[kLibvlcEventCount] = {
+#define X(name, type, kind, ...) \
+    {k##name, &VLCEventManagerQRVClass, k##name, "Event " #name, kind, LaterCallback##name, GiveBack},
+#include "events/events.def"
+#undef X
+};
+
+#undef VALUE
+#undef DISCRETE
+
+// Callback<name> is what libvlc calls, on any thread; the user data is the
+// manager's delivery target.
+#define X(name, type, ...)                                                                       \
+    void Callback##name(const libvlc_event_t* e, void* userData) {                               \
+        TRACEF("%p, %p", "Call later on main thread...", static_cast<const void*>(e), userData); \
+        CallEvent(e, userData, kEventRoutes[k##name]);                                           \
+    }
 #include "events/events.def"
 #undef X
 
 }  // namespace
-
-void CallEvent(const libvlc_event_t* event, void* userData, DeferredEventFunction function) {
-    TRACEF("%p, %p, %p", "CallEvent", static_cast<const void*>(event), userData, reinterpret_cast<void*>(function));
-    if (function == nullptr) return;
-    auto* record = new (std::nothrow) EventData{function, userData, *event};
-    if (record == nullptr) return;
-    TRACEF("%p, %p", "CallEvent", userData, reinterpret_cast<void*>(function));
-    TakeOn(record->event);
-    PlatformPostToMainThread(RunPostedEvent, record);
-}
 
 const libvlc_callback_t kEventCallbacks[kLibvlcEventCount] = {
 #define X(name, type, ...) Callback##name,

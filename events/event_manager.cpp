@@ -3,7 +3,12 @@
 // source alive through Parent.
 #include "events/event_manager.h"
 
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 #include "binding/vlc_table.h"
+#include "events/delivery_queue.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
 
@@ -20,18 +25,35 @@ void TraceEventName(const char* action, size_t index) {
     if (DebuggingEnabled == 1) LogMessageX("%s%s%s", kTracePrefix, action, kEventNames[index]);
 }
 
+// What a manager has attached: libvlc aborts on detaching anything else, and
+// the user data of its callbacks is the manager's delivery target, so that
+// deliveries still queued when the manager goes are dropped.
+struct Listening {
+    DeliveryTarget* target = nullptr;
+    std::vector<std::pair<libvlc_event_manager_t*, size_t>> attached;  // (manager, event index)
+};
+
+// Main thread only, keyed by the manager object while it exists.
+std::unordered_map<REALobject, Listening>& ListeningManagers() {
+    static auto* managers = new std::unordered_map<REALobject, Listening>;
+    return *managers;
+}
+
 }  // namespace
 
 // Attaches every handled event; a second call attaches them again.
 static void Listen(REALobject self) {
     TRACE("Listen");
+    Listening& listening = ListeningManagers()[self];
     for (size_t i = 0; i < kLibvlcEventCount; ++i) {
         if (LookupEventHandler(self, VLCEventManagerQRVClass, i) == nullptr) continue;
         TraceEventName("Install", i);
         auto manager = reinterpret_cast<libvlc_event_manager_t*>(EventManagerOf(self).handle);
         // libvlc has no event manager 0 to attach to; skip rather than crash.
-        if (manager != nullptr && vlcfn::_libvlc_event_attach != nullptr)
-            vlcfn::_libvlc_event_attach(manager, kEventTypes[i], kEventCallbacks[i], self);
+        if (manager == nullptr || vlcfn::_libvlc_event_attach == nullptr) continue;
+        if (listening.target == nullptr) listening.target = NewDeliveryTarget(self);
+        if (vlcfn::_libvlc_event_attach(manager, kEventTypes[i], kEventCallbacks[i], listening.target) == 0)
+            listening.attached.emplace_back(manager, i);
     }
 }
 
@@ -88,22 +110,25 @@ static void VLCEventManagerConstructorMediaListPlayer(REALobject self, REALobjec
                  libvlc_media_list_player_event_manager, "list parameter is nil");
 }
 
-// Detaches the events handled now. Deliveries already posted still run later
-// with this object's address: keeping a manager alive meanwhile is the host
-// program's duty.
+// Detaches what Listen attached; deliveries still queued for this manager are dropped.
 static void VLCEventManagerDestructor(REALobject self) {
     TRACE("VLCEventManagerDestructor");
     TRACE("StopEvents");
-    EventManagerData& d = EventManagerOf(self);
-    auto manager = reinterpret_cast<libvlc_event_manager_t*>(d.handle);
-    if (vlcfn::_libvlc_event_detach != nullptr) {
-        for (size_t i = 0; i < kLibvlcEventCount; ++i) {
-            if (LookupEventHandler(self, VLCEventManagerQRVClass, i) == nullptr) continue;
-            TraceEventName("Uninstall", i);
-            // Nothing was attached to a manager that never existed.
-            if (manager != nullptr) vlcfn::_libvlc_event_detach(manager, kEventTypes[i], kEventCallbacks[i], self);
+    auto found = ListeningManagers().find(self);
+    if (found != ListeningManagers().end()) {
+        Listening listening = std::move(found->second);
+        ListeningManagers().erase(found);
+        if (vlcfn::_libvlc_event_detach != nullptr) {
+            for (auto [manager, i] : listening.attached) {
+                TraceEventName("Uninstall", i);
+                vlcfn::_libvlc_event_detach(manager, kEventTypes[i], kEventCallbacks[i], listening.target);
+            }
+            listening.attached.clear();
         }
+        // What stays attached may still call back with the target.
+        RetireDeliveryTarget(listening.target, !listening.attached.empty());
     }
+    EventManagerData& d = EventManagerOf(self);
     d.handle = 0;
     ReleaseField(d.parent);
     ReleaseField(d.vlc);

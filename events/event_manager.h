@@ -34,8 +34,3 @@ void* LookupEventHandler(REALobject object, const REALclassDefinition& cls, size
 extern const libvlc_callback_t kEventCallbacks[kLibvlcEventCount];
 extern const libvlc_event_type_t kEventTypes[kLibvlcEventCount];
 extern const char* const kEventNames[kLibvlcEventCount];
-
-// Copies the event, takes on its media and strings, and posts function(event,
-// userData) to the main thread.
-using DeferredEventFunction = void (*)(const libvlc_event_t*, void*);
-void CallEvent(const libvlc_event_t* event, void* userData, DeferredEventFunction function);

@@ -1,7 +1,9 @@
 // VLCExitHandlerQRV and VLCInstanceQRV's ExitHandler: libvlc's exit request is
-// raised as ExitEvent on the thread libvlc calls from, looked up on the
-// instance that registered it.
+// raised as ExitEvent, looked up on the instance that registered it. It is
+// queued for the main thread like every event (host code runs nowhere else),
+// and dropped if the instance is gone by then.
 #include "binding/vlc_table.h"
+#include "events/delivery_queue.h"
 #include "events/event_manager.h"
 #include "events/log_forwarding.h"
 #include "media/instance.h"
@@ -13,12 +15,20 @@ namespace {
 // One handler for the whole process, held locked while set.
 REALobject gExitHandler = nullptr;
 
+void RaiseExitEvent(REALobject instance, void* handler, const libvlc_event_t&) {
+    reinterpret_cast<void (*)(REALobject)>(handler)(instance);
+}
+
+void NothingToGiveBack(libvlc_event_t&) {}
+
+const DeliveryRoute kExitDelivery = {kExitRoute,     &VLCExitHandlerQRVClass, 0, "Event ExitEvent", false,
+                                     RaiseExitEvent, NothingToGiveBack};
+
+// On whichever libvlc thread asks to exit; the opaque is the instance's delivery target.
 void CallExitEvent(void* opaque) {
     if (opaque == nullptr) return;
-    auto instance = static_cast<REALobject>(opaque);
-    void* handler = LookupEventHandler(instance, VLCExitHandlerQRVClass, 0);
-    TRACEF("%p", "Event ExitEvent", handler);
-    if (handler != nullptr) reinterpret_cast<void (*)(REALobject)>(handler)(instance);
+    libvlc_event_t request{};
+    PostDelivery(static_cast<DeliveryTarget*>(opaque), kExitDelivery, request);
 }
 
 }  // namespace
@@ -36,7 +46,8 @@ void SetExitHandler(REALobject self, REALobject handler) {
     if (handler == nullptr) return;
     REALLockObject(handler);
     gExitHandler = handler;
-    vlcfn::_libvlc_set_exit_handler(reinterpret_cast<libvlc_instance_t*>(InstanceOf(self).handle), CallExitEvent, self);
+    vlcfn::_libvlc_set_exit_handler(reinterpret_cast<libvlc_instance_t*>(InstanceOf(self).handle), CallExitEvent,
+                                    ExitDeliveryTarget(self));
 }
 
 namespace {

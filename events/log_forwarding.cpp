@@ -1,13 +1,17 @@
 // libvlc's log to a file libvlc writes itself, or to the host's Log event. The
 // log callback runs on libvlc's threads and only copies: every message is
-// delivered later on the main thread, even when it was logged there.
+// delivered later on the main thread, even when it was logged there. An
+// instance's log lines and exit requests go through its delivery target, so
+// those still queued when the instance goes are dropped.
 #include "events/log_forwarding.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
 
+#include "events/delivery_queue.h"
 #include "events/event_manager.h"
 #include "media/instance.h"
 #include "plugin/guard.h"
@@ -38,39 +42,57 @@ char* CopyLogText(const char* text) {
     return copy;
 }
 
-void LaterLog(const libvlc_event_t* event, void* userData) {
-    TRACE("LaterLog");
+LogRecord* RecordOf(const libvlc_event_t& event) {
     LogRecord* record;
-    memcpy(&record, &event->u, sizeof record);
+    memcpy(&record, &event.u, sizeof record);
+    return record;
+}
+
+// The instance is asked for the event manager's Log event.
+void LaterLog(REALobject self, void* handler, const libvlc_event_t& event) {
+    TRACE("LaterLog");
+    LogRecord* record = RecordOf(event);
     if (record == nullptr) return;
-    if (userData != nullptr) {
-        // The instance is asked for the event manager's Log event.
-        auto self = static_cast<REALobject>(userData);
-        void* handler = LookupEventHandler(self, VLCEventManagerQRVClass, kLog);
-        TRACEF("%p", "Event Log", handler);
-        if (handler != nullptr) {
-            REALstring message = CString2RB_detect_encoding(record->message);
-            REALstring name = CString2RB_detect_encoding(record->name);
-            REALstring header = CString2RB_detect_encoding(record->header);
-            REALstring module = CString2RB_detect_encoding(record->module);
-            REALstring file = CString2RB_detect_encoding(record->file);
-            using LogHandler =
-                void (*)(REALobject, REALstring, RBInteger, REALstring, REALstring, REALstring, REALstring, RBInteger);
-            reinterpret_cast<LogHandler>(handler)(self, message, static_cast<uint32_t>(record->level), name, header,
-                                                  module, file, record->line);
-            for (REALstring s : {file, module, header, name, message})
-                if (s != nullptr) REALUnlockString(s);
-        }
-    }
+    REALstring message = CString2RB_detect_encoding(record->message);
+    REALstring name = CString2RB_detect_encoding(record->name);
+    REALstring header = CString2RB_detect_encoding(record->header);
+    REALstring module = CString2RB_detect_encoding(record->module);
+    REALstring file = CString2RB_detect_encoding(record->file);
+    using LogHandler =
+        void (*)(REALobject, REALstring, RBInteger, REALstring, REALstring, REALstring, REALstring, RBInteger);
+    reinterpret_cast<LogHandler>(handler)(self, message, static_cast<uint32_t>(record->level), name, header, module,
+                                          file, record->line);
+    for (REALstring s : {file, module, header, name, message})
+        if (s != nullptr) REALUnlockString(s);
+}
+
+void FreeLogRecord(libvlc_event_t& event) {
+    LogRecord* record = RecordOf(event);
+    if (record == nullptr) return;
     for (char* text : {record->message, record->name, record->header, record->module, record->file}) free(text);
     free(record);
+}
+
+const DeliveryRoute kLogDelivery = {kLogRoute,    &VLCEventManagerQRVClass, kLog, "Event Log", false, LaterLog,
+                                    FreeLogRecord};
+
+// A cut inside a multi-byte UTF-8 character would leave bytes no decoder
+// accepts, and the whole line would be read as another encoding.
+void CutAtCharacterBoundary(char* text, size_t length) {
+    size_t start = length;
+    while (start > 0 && length - start < 3 && (static_cast<unsigned char>(text[start - 1]) & 0xC0) == 0x80) --start;
+    if (start == 0) return;
+    auto lead = static_cast<unsigned char>(text[start - 1]);
+    size_t needed = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+    if (length - (start - 1) < needed) memset(text + start - 1, 0, length - (start - 1));
 }
 
 void my_libvlc_log_cb(void* userData, int level, const libvlc_log_t* context, const char* format, va_list args) {
     TRACE("my_libvlc_log_cb");
     char message[500];
     memset(message, 0, sizeof message);
-    vsnprintf(message, sizeof message, format, args);
+    if (vsnprintf(message, sizeof message, format, args) >= static_cast<int>(sizeof message))
+        CutAtCharacterBoundary(message, sizeof message - 1);
     const char* name = nullptr;
     const char* header = nullptr;
     uintptr_t id = 0;
@@ -92,19 +114,38 @@ void my_libvlc_log_cb(void* userData, int level, const libvlc_log_t* context, co
     libvlc_event_t event;
     memset(&event, 0, sizeof event);
     memcpy(&event.u, &record, sizeof record);
-    CallEvent(&event, userData, LaterLog);
+    if (userData != nullptr)
+        PostDelivery(static_cast<DeliveryTarget*>(userData), kLogDelivery, event);
+    else
+        FreeLogRecord(event);
 }
 
 libvlc_instance_t* InstanceHandle(REALobject self) {
     return reinterpret_cast<libvlc_instance_t*>(InstanceOf(self).handle);
 }
 
-}  // namespace
+// What libvlc may call back with for an instance. Main thread only, keyed by
+// the instance object while it exists.
+struct InstanceRoutes {
+    DeliveryTarget* target = nullptr;
+    bool logCallback = false;
+    bool exitHandler = false;
+};
 
-void ClearLog(REALobject self) {
-    GUARD_TFH(InstanceOf(self).handle, "ClearLog", libvlc_log_unset, );
-    vlcfn::_libvlc_log_unset(InstanceHandle(self));
-    InstanceData& d = InstanceOf(self);
+std::unordered_map<REALobject, InstanceRoutes>& RoutedInstances() {
+    static auto* instances = new std::unordered_map<REALobject, InstanceRoutes>;
+    return *instances;
+}
+
+DeliveryTarget* RoutedTarget(REALobject self, bool InstanceRoutes::*route) {
+    InstanceRoutes& routes = RoutedInstances()[self];
+    if (routes.target == nullptr) routes.target = NewDeliveryTarget(self);
+    routes.*route = true;
+    return routes.target;
+}
+
+// Closes the log file after libvlc stopped writing to it.
+void CloseLogFile(InstanceData& d) {
     ReleaseField(d.logFile);
     if (d.logStream != nullptr) {
         fclose(d.logStream);
@@ -112,8 +153,32 @@ void ClearLog(REALobject self) {
     }
 }
 
-// Guarded by the application-identifier function, as it always was; the folder
-// item is kept without a lock of its own, which ClearLog and the destructor give back.
+}  // namespace
+
+DeliveryTarget* ExitDeliveryTarget(REALobject instance) { return RoutedTarget(instance, &InstanceRoutes::exitHandler); }
+
+void EndInstanceDeliveries(REALobject self) {
+    libvlc_instance_t* handle = InstanceHandle(self);
+    auto found = RoutedInstances().find(self);
+    InstanceRoutes routes = found != RoutedInstances().end() ? found->second : InstanceRoutes{};
+    if (found != RoutedInstances().end()) RoutedInstances().erase(found);
+    bool logging = routes.logCallback || InstanceOf(self).logStream != nullptr;
+    bool logStays = logging && (handle == nullptr || vlcfn::_libvlc_log_unset == nullptr);
+    if (logging && !logStays) vlcfn::_libvlc_log_unset(handle);
+    // NULL turns libvlc's exit handler off.
+    bool exitStays = routes.exitHandler && (handle == nullptr || vlcfn::_libvlc_set_exit_handler == nullptr);
+    if (routes.exitHandler && !exitStays) vlcfn::_libvlc_set_exit_handler(handle, nullptr, nullptr);
+    RetireDeliveryTarget(routes.target, (routes.logCallback && logStays) || exitStays);
+}
+
+void ClearLog(REALobject self) {
+    GUARD_TFH(InstanceOf(self).handle, "ClearLog", libvlc_log_unset, );
+    vlcfn::_libvlc_log_unset(InstanceHandle(self));
+    CloseLogFile(InstanceOf(self));
+}
+
+// Guarded by the application-identifier function, as it always was. The folder
+// item is kept locked until ClearLog, the next SetLogFile or the destructor.
 void SetLogFile(REALobject self, REALfolderItem file) {
     GUARD_TFH(InstanceOf(self).handle, "SetLogFile", libvlc_set_app_id, );
     if (file == nullptr) {
@@ -128,14 +193,21 @@ void SetLogFile(REALobject self, REALfolderItem file) {
         if (stream != nullptr) setvbuf(stream, nullptr, _IOFBF, 0x100000);
     }
     TRACEF("%p", "result", static_cast<void*>(stream));
-    // libvlc 3.0 writes to the stream as soon as it is set: a null one would crash it.
+    // libvlc 3.0 writes to the stream as soon as it is set: a null one would
+    // crash it. Without a stream the previous route still ends.
     if (stream != nullptr && vlcfn::_libvlc_log_set_file != nullptr)
         vlcfn::_libvlc_log_set_file(InstanceHandle(self), stream);
-    InstanceOf(self).logFile = file;
-    InstanceOf(self).logStream = stream;
+    else if (vlcfn::_libvlc_log_unset != nullptr)
+        vlcfn::_libvlc_log_unset(InstanceHandle(self));
+    // libvlc no longer writes to the previous file.
+    InstanceData& d = InstanceOf(self);
+    CloseLogFile(d);
+    REALLockObject(file);
+    d.logFile = file;
+    d.logStream = stream;
 }
 
 void SetLogEvent(REALobject self) {
     GUARD_TFH(InstanceOf(self).handle, "SetLogEvent", libvlc_log_set, );
-    vlcfn::_libvlc_log_set(InstanceHandle(self), my_libvlc_log_cb, self);
+    vlcfn::_libvlc_log_set(InstanceHandle(self), my_libvlc_log_cb, RoutedTarget(self, &InstanceRoutes::logCallback));
 }

@@ -85,6 +85,7 @@ static void VLCInstanceConstructor(REALobject self, REALarray args) {
 }
 
 static void VLCInstanceDestructor(REALobject self) {
+    EndInstanceDeliveries(self);  // libvlc's threads may outlive the release below
     InstanceData& d = InstanceOf(self);
     if (d.handle != 0 && vlcfn::_libvlc_release != nullptr)
         vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));

@@ -3,7 +3,6 @@
 #include <cairo.h>
 #include <glib.h>
 #include <pthread.h>
-#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -43,8 +42,9 @@ struct Task {
 
 // The main-thread queue: a FIFO drained by one GSource on GLib's default
 // context. A post wakes the context only when the FIFO was empty and the main
-// thread is not draining it; one dispatch runs batches until the FIFO stays
-// empty, so a busy producer costs no wake-up per task.
+// thread is not running it; one dispatch runs what was queued when it began,
+// and tasks posted meanwhile wait for the next loop iteration, so other
+// sources get their turn.
 struct MainQueue {
     GSource source;  // must be first: GLib allocates the whole struct
     std::mutex* lock;
@@ -53,6 +53,9 @@ struct MainQueue {
     std::atomic<bool>* nonEmpty;
     bool draining;  // guarded by lock
 };
+
+// Tasks a queue keeps room for; after a longer backlog its memory is given back.
+constexpr size_t kQueueRoom = 1024;
 
 gboolean QueuePrepare(GSource* source, gint* timeout) {
     *timeout = -1;
@@ -63,37 +66,22 @@ gboolean QueueCheck(GSource* source) {
     return reinterpret_cast<MainQueue*>(source)->nonEmpty->load(std::memory_order_acquire);
 }
 
-// Takes the next batch; when there is none, waits a moment for one before
-// handing the thread back to the loop.
-bool NextBatch(MainQueue* queue) {
-    for (int attempt = 0; attempt < 64; ++attempt) {
-        {
-            std::lock_guard<std::mutex> hold(*queue->lock);
-            if (!queue->pending->empty()) {
-                queue->running->swap(*queue->pending);
-                queue->nonEmpty->store(false, std::memory_order_release);
-                return true;
-            }
-            if (attempt == 63) {
-                queue->draining = false;
-                return false;
-            }
-        }
-        sched_yield();
-    }
-    return false;
-}
-
 gboolean QueueDispatch(GSource* source, GSourceFunc, gpointer) {
     auto* queue = reinterpret_cast<MainQueue*>(source);
     {
         std::lock_guard<std::mutex> hold(*queue->lock);
         queue->draining = true;
+        queue->running->swap(*queue->pending);
+        queue->nonEmpty->store(false, std::memory_order_release);
     }
-    while (NextBatch(queue)) {
-        for (const Task& task : *queue->running) task.run(task.data);
-        queue->running->clear();
+    for (const Task& task : *queue->running) task.run(task.data);
+    queue->running->clear();
+    if (queue->running->capacity() > kQueueRoom) {
+        queue->running->shrink_to_fit();
+        queue->running->reserve(kQueueRoom);
     }
+    std::lock_guard<std::mutex> hold(*queue->lock);
+    queue->draining = false;
     return G_SOURCE_CONTINUE;
 }
 
@@ -107,8 +95,8 @@ MainQueue* TheMainQueue() {
         q->lock = new std::mutex;
         q->pending = new std::vector<Task>;
         q->running = new std::vector<Task>;
-        q->pending->reserve(1024);
-        q->running->reserve(1024);
+        q->pending->reserve(kQueueRoom);
+        q->running->reserve(kQueueRoom);
         q->nonEmpty = new std::atomic<bool>(false);
         q->draining = false;
         g_source_set_priority(&q->source, G_PRIORITY_DEFAULT);

@@ -1,10 +1,18 @@
 // Event delivery with the fake libvlc: notifications fired from worker threads
 // reach host handlers on the main thread with every payload kind converted,
-// and everything taken on in transit is given back.
+// never inside a libvlc call, in posting order with value events reduced to
+// the latest, never for a manager or instance that is gone, and everything
+// taken on in transit is given back.
+#include <dlfcn.h>
+#include <glib.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <string>
@@ -32,6 +40,7 @@ struct Seen {
     std::vector<std::string> texts;
     bool offMainThread = false;
     Value kept;
+    Value player;  // read back into by OnStoppedReadingTime
     int64_t storm = 0;
     int64_t stormOutOfOrder = 0;
     std::vector<int64_t> lastPerThread;
@@ -45,6 +54,11 @@ void Note(const char* name) {
 std::string Text(REALstring s) { return s == nullptr ? "<nil>" : seen->host->Text(Value::BorrowString(s)); }
 
 void OnPlaying(REALobject) { Note("Playing"); }
+void OnPaused(REALobject) { Note("Paused"); }
+void OnStoppedReadingTime(REALobject) {
+    Note("Stopped");
+    seen->integers.push_back(seen->host->Get(seen->player, "Time").AsInt());
+}
 void OnTime(REALobject, RBInteger time) {
     Note("Time");
     seen->integers.push_back(time);
@@ -90,15 +104,12 @@ void OnLog(REALobject, REALstring message, RBInteger level, REALstring name, REA
     seen->integers.push_back(level);
     seen->integers.push_back(line);
 }
-void OnExit(REALobject) {
-    seen->names.push_back("Exit");
-    if (!OnMainThread()) seen->offMainThread = true;
-}
-// Storm handler: counts, and checks each thread's order (time = thread * 1e9 + sequence).
-void OnStorm(REALobject, RBInteger time) {
+void OnExit(REALobject) { Note("Exit"); }
+// Storm handler: counts, and checks each thread's order (value = thread * 1e9 + sequence).
+void OnStorm(REALobject, RBInteger value) {
     ++seen->storm;
-    size_t thread = static_cast<size_t>(time / 1000000000);
-    int64_t sequence = time % 1000000000;
+    size_t thread = static_cast<size_t>(value / 1000000000);
+    int64_t sequence = value % 1000000000;
     if (thread >= seen->lastPerThread.size()) seen->lastPerThread.resize(thread + 1, -1);
     if (sequence != seen->lastPerThread[thread] + 1) ++seen->stormOutOfOrder;
     seen->lastPerThread[thread] = sequence;
@@ -109,6 +120,27 @@ libvlc_event_t Event(int type) {
     memset(&e, 0, sizeof e);
     e.type = type;
     return e;
+}
+
+libvlc_event_t TimeEvent(int64_t time) {
+    libvlc_event_t e = Event(libvlc_MediaPlayerTimeChanged);
+    e.u.media_player_time_changed.new_time = time;
+    return e;
+}
+
+libvlc_event_t PositionEvent(float position) {
+    libvlc_event_t e = Event(libvlc_MediaPlayerPositionChanged);
+    e.u.media_player_position_changed.new_position = position;
+    return e;
+}
+
+// Bytes the heap has handed out (the plain allocator; sanitizers keep their own).
+int64_t HeapInUse() { return static_cast<int64_t>(mallinfo2().uordblks); }
+
+// Where the fake's log goes: 0 nowhere, 1 the callback, 2 a file.
+int LogRoute(const FakeVLC& fake) {
+    static void* handle = dlopen(fake.path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    return reinterpret_cast<int (*)()>(dlsym(handle, "fakevlc_log_route"))();
 }
 
 class FakeEvents : public ::testing::Test {
@@ -128,10 +160,16 @@ protected:
         seen->kept = Value();
         seen = nullptr;
     }
+    // Fires from a worker thread, as libvlc's threads do; nothing runs until the main loop does.
+    void Queue(std::vector<libvlc_event_t> events) {
+        std::thread worker([&] {
+            for (const libvlc_event_t& e : events) fake.fire(manager, &e);
+        });
+        worker.join();
+    }
     // Fires from a worker thread, then runs the main loop until the handlers ran.
     void FireFromWorker(const libvlc_event_t& e, size_t expectNames) {
-        std::thread worker([&] { fake.fire(manager, &e); });
-        worker.join();
+        Queue({e});
         EXPECT_TRUE(host.PumpUntil([&] { return seen->names.size() >= expectNames; }, 2000ms));
     }
     Value Manager(const std::string& cls, std::map<std::string, void*> handlers) {
@@ -146,7 +184,7 @@ protected:
     libvlc_event_manager_t* manager = nullptr;
 };
 
-TEST_F(FakeEvents, OnlyHandledEventsAreAttached) {
+TEST_F(FakeEvents, OnlyHandledEventsAreAttachedAndExactlyThoseDetached) {
     host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
     StderrCapture capture;
     Value m = Manager("PlayingOnly", {{"MediaPlayerPlaying", reinterpret_cast<void*>(OnPlaying)}});
@@ -162,10 +200,24 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttached) {
     EXPECT_TRUE(host.Get(m, "VLC").IsNil());
     host.Call(m, "Listen");
     EXPECT_EQ(fake.attached(manager, libvlc_MediaPlayerPlaying), 2) << "a second Listen attaches again";
+    // A handler gained after Listen was never attached (libvlc aborts on detaching
+    // it); one lost after Listen still is.
+    host.SetHandler("PlayingOnly", "MediaPlayerPaused", reinterpret_cast<void*>(OnPaused));
+    host.SetHandler("PlayingOnly", "MediaPlayerPlaying", nullptr);
     host.Call(m, "Destructor");
-    EXPECT_EQ(fake.attached(manager, libvlc_MediaPlayerPlaying), 1) << "the destructor detaches once";
+    EXPECT_EQ(fake.attached(manager, libvlc_MediaPlayerPlaying), 0) << "everything attached is detached";
+    EXPECT_EQ(fake.calls("libvlc_event_detach"), 2);
     EXPECT_EQ(host.Get(m, "Handle").AsInt(), 0);
     EXPECT_TRUE(host.Get(m, "Parent").IsNil());
+}
+
+TEST_F(FakeEvents, NoEventManagerMeansNothingAttachedOrDetached) {
+    fake.setInt("libvlc_media_player_event_manager", -1);
+    Value m = Manager("NoManager", {{"MediaPlayerPlaying", reinterpret_cast<void*>(OnPlaying)}});
+    EXPECT_EQ(host.Get(m, "Handle").AsInt(), 0);
+    EXPECT_TRUE(host.Get(m, "Parent").IsNil());
+    m = Value();
+    EXPECT_EQ(fake.calls("libvlc_event_attach") + fake.calls("libvlc_event_detach"), 0);
 }
 
 TEST_F(FakeEvents, ScalarPayloadsArriveOnTheMainThread) {
@@ -265,24 +317,121 @@ TEST_F(FakeEvents, MediaInTransitIsRetainedAndReleased) {
     EXPECT_EQ(host.LiveObjects(), objects);
 }
 
-TEST_F(FakeEvents, OnTheMainThreadEventsAreRaisedAtOnce) {
-    Value m = Manager("Immediate", {{"MediaPlayerPlaying", reinterpret_cast<void*>(OnPlaying)}});
-    libvlc_event_t playing = Event(libvlc_MediaPlayerPlaying);
-    fake.fire(manager, &playing);
-    EXPECT_EQ(seen->names, std::vector<std::string>{"Playing"}) << "inside the firing call";
+// libvlc sends Stopped inside libvlc_media_player_stop, holding the lock its
+// getters take: a handler reading Time there would hang the main thread.
+TEST_F(FakeEvents, EventsAreNeverRaisedInsideALibvlcCallAndKeepTheirOrder) {
+    seen->player = player;
+    Value m = Manager("Stopping", {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)},
+                                   {"MediaPlayerStopped", reinterpret_cast<void*>(OnStoppedReadingTime)}});
+    fake.setInt("libvlc_media_player_get_time", 1234);
+    Queue({TimeEvent(500)});
+    host.Call(player, "Stop");
+    EXPECT_TRUE(seen->names.empty()) << "nothing raised inside Stop";
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->names.size() == 2; }, 2000ms));
+    EXPECT_EQ(seen->names, (std::vector<std::string>{"Time", "Stopped"})) << "queued first, raised first";
+    EXPECT_EQ(seen->integers, (std::vector<int64_t>{500, 1234}));
+    seen->player = Value();
+}
+
+TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestAndDiscreteOnesAll) {
+    Value m = Manager("Values", {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)},
+                                 {"MediaPlayerPositionChanged", reinterpret_cast<void*>(OnPosition)},
+                                 {"MediaPlayerPlaying", reinterpret_cast<void*>(OnPlaying)},
+                                 {"MediaPlayerPaused", reinterpret_cast<void*>(OnPaused)}});
+    Queue({TimeEvent(1), Event(libvlc_MediaPlayerPlaying), TimeEvent(2), PositionEvent(0.25f), TimeEvent(3),
+           Event(libvlc_MediaPlayerPaused), PositionEvent(0.5f), TimeEvent(4)});
+    host.PumpFor(50ms);
+    // What arrives is the posted sequence less the replaced values.
+    EXPECT_EQ(seen->names, (std::vector<std::string>{"Playing", "Paused", "Position", "Time"}));
+    EXPECT_EQ(seen->integers, std::vector<int64_t>{4});
+    EXPECT_EQ(seen->reals, std::vector<double>{0.5});
+
+    // A blocked main loop does not make the queue grow with value events...
+    int64_t events = 1000000;
+    if (const char* n = getenv("QRV_STORM_EVENTS")) events = atoll(n);
+    libvlc_event_t time = TimeEvent(0);
+    int64_t before = HeapInUse();
+    fake.fireFromThreads(manager, &time, 2, events / 2);
+    EXPECT_LT(HeapInUse() - before, 1 << 20) << "bytes held for " << events << " queued time events";
+    host.PumpFor(50ms);
+    EXPECT_EQ(seen->integers.size(), 2u) << "one time event delivered";
+
+    // ...and what a backlog of discrete events took is given back once it drained.
+    host.SetHandler("Values", "MediaMetaChanged", reinterpret_cast<void*>(OnStorm));
+    host.Call(m, "Listen");
+    libvlc_event_t meta = Event(libvlc_MediaMetaChanged);
+    before = HeapInUse();
+    fake.fireFromThreads(manager, &meta, 1, 200000);
+    int64_t backlog = HeapInUse() - before;
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->storm == 200000; }, 60000ms));
+    host.PumpFor(20ms);
+    EXPECT_LT(HeapInUse() - before, 1 << 20) << "kept after draining a backlog of " << backlog << " bytes";
+}
+
+TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
+    Value m = Manager("Gone", {{"MediaListItemAdded", reinterpret_cast<void*>(OnItemAdded)},
+                               {"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)}});
+    libvlc_media_t* media = fake.newMedia();
+    libvlc_event_t added = Event(libvlc_MediaListItemAdded);
+    added.u.media_list_item_added.item = media;
+    Queue({added, TimeEvent(7)});
+    host.Call(m, "Destructor");
+    host.PumpFor(50ms);
+    EXPECT_TRUE(seen->names.empty()) << "raised for a destroyed manager";
+    EXPECT_EQ(fake.mediaRefs(media), 1) << "the dropped delivery's media was given back";
+
+    host.DefineSubclass("LoggingInstance", "VLCInstanceQRV", {{"Log", reinterpret_cast<void*>(OnLog)}});
+    Value logging = host.New("LoggingInstance", {host.StringArray({})});
+    host.Call(logging, "SetLogEvent");
+    fake.log(3, "demux", "file.c", 1, "late line", 1);
+    host.Call(logging, "Destructor");
+    EXPECT_EQ(LogRoute(fake), 0) << "the destructor stops libvlc's forwarding";
+    host.PumpFor(50ms);
+    EXPECT_TRUE(seen->names.empty()) << "raised for a destroyed instance";
+}
+
+// A dispatch used to spin on sched_yield after the queue emptied; with two busy
+// threads on two cores each delivery then held the main thread for ~100 ms.
+TEST_F(FakeEvents, ADeliveryReturnsTheMainThreadAtOnceUnderLoad) {
+    Value m = Manager("Busy", {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)}});
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> busy;
+    for (int i = 0; i < 2; ++i)
+        busy.emplace_back([&] {
+            while (!stop.load(std::memory_order_relaxed)) {
+            }
+        });
+    double fastest = 1e9;
+    for (int trial = 1; trial <= 5; ++trial) {
+        Queue({TimeEvent(trial)});
+        auto deadline = std::chrono::steady_clock::now() + 5s;
+        while (seen->names.size() < static_cast<size_t>(trial) && std::chrono::steady_clock::now() < deadline) {
+            auto start = std::chrono::steady_clock::now();
+            g_main_context_iteration(nullptr, FALSE);
+            if (seen->names.size() == static_cast<size_t>(trial))
+                fastest = std::min(
+                    fastest,
+                    std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        }
+    }
+    stop = true;
+    for (auto& t : busy) t.join();
+    EXPECT_EQ(seen->names.size(), 5u);
+    EXPECT_LT(fastest, 20.0) << "milliseconds of the fastest delivering loop iteration";
 }
 
 TEST_F(FakeEvents, LogLinesAreCutDetectedAndAlwaysPosted) {
     host.DefineSubclass("LoggingInstance", "VLCInstanceQRV", {{"Log", reinterpret_cast<void*>(OnLog)}});
     Value logging = host.New("LoggingInstance", {host.StringArray({})});
     host.Call(logging, "SetLogEvent");
-    std::string longText(600, 'x');
+    // 600 bytes whose 499-byte cut falls inside the second "é".
+    std::string longText = "\xC3\xA9" + std::string(496, 'x') + "\xC3\xA9" + std::string(100, 'x');
     fake.log(3, "demux", "file.c", 42, longText.c_str(), 1);
     fake.log(4, "caf\xC3\xA9", nullptr, 0, "r\xE9sum\xE9", 0);
     EXPECT_TRUE(seen->names.empty()) << "never raised inside the callback";
     ASSERT_TRUE(host.PumpUntil([&] { return seen->names.size() == 2; }, 2000ms));
     ASSERT_EQ(seen->texts.size(), 10u);
-    EXPECT_EQ(seen->texts[0], std::string(499, 'x'));
+    EXPECT_EQ(seen->texts[0], "\xC3\xA9" + std::string(496, 'x')) << "cut before the split character, read as UTF-8";
     EXPECT_EQ(seen->texts[1], "fake object");
     EXPECT_EQ(seen->texts[2], "<nil>");
     EXPECT_EQ(seen->texts[3], "demux");
@@ -295,7 +444,35 @@ TEST_F(FakeEvents, LogLinesAreCutDetectedAndAlwaysPosted) {
     EXPECT_EQ(fake.calls("libvlc_log_unset"), 1);
 }
 
-TEST_F(FakeEvents, ExitRequestsRunOnLibvlcsThread) {
+TEST_F(FakeEvents, LogRoutesEndCleanly) {
+    char dir[] = "/tmp/qrv-log-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    std::string path = std::string(dir) + "/fake.log";
+    host.DefineSubclass("LoggingInstance", "VLCInstanceQRV", {{"Log", reinterpret_cast<void*>(OnLog)}});
+    Value logging = host.New("LoggingInstance", {host.StringArray({})});
+    Value file = host.FolderItem(path);
+    int64_t locks = host.LockCount(file);
+    host.Call(logging, "SetLogFile", {file});
+    EXPECT_EQ(LogRoute(fake), 2);
+    host.Call(logging, "SetLogEvent");
+    host.Call(logging, "SetLogFile", {host.FolderItem("/nonexistent-dir/x.log")});
+    EXPECT_EQ(LogRoute(fake), 0) << "a failed SetLogFile ends the previous route";
+    fake.log(3, "demux", "file.c", 1, "after the route ended", 1);
+    host.PumpFor(20ms);
+    EXPECT_TRUE(seen->names.empty());
+    EXPECT_EQ(host.LockCount(file), locks) << "the replaced file's folder item is given back, once";
+    host.Call(logging, "SetLogFile", {file});
+    host.Call(logging, "ClearLog");
+    EXPECT_EQ(host.LockCount(file), locks) << "ClearLog gives back what SetLogFile took";
+    host.Call(logging, "SetLogFile", {file});
+    host.Call(logging, "Destructor");
+    EXPECT_EQ(LogRoute(fake), 0) << "the destructor stops libvlc writing before the file closes";
+    EXPECT_EQ(host.LockCount(file), locks);
+    unlink(path.c_str());
+    rmdir(dir);
+}
+
+TEST_F(FakeEvents, ExitRequestsArePostedToTheMainThread) {
     host.DefineSubclass("ExitingInstance", "VLCInstanceQRV", {{"ExitEvent", reinterpret_cast<void*>(OnExit)}});
     Value exiting = host.New("ExitingInstance", {host.StringArray({})});
     EXPECT_TRUE(host.Call(exiting, "ExitHandler").IsNil());
@@ -304,11 +481,17 @@ TEST_F(FakeEvents, ExitRequestsRunOnLibvlcsThread) {
     host.Assign(exiting, "ExitHandler", {}, handler);
     EXPECT_EQ(host.Call(vlc, "ExitHandler").AsObject(), handler.AsObject()) << "one handler for every instance";
     fake.requestExit();
+    EXPECT_TRUE(seen->names.empty()) << "not raised on libvlc's thread";
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->names.size() == 1; }, 2000ms));
     EXPECT_EQ(seen->names, std::vector<std::string>{"Exit"});
-    EXPECT_TRUE(seen->offMainThread) << "not moved to the main thread";
+    EXPECT_FALSE(seen->offMainThread);
     host.Assign(exiting, "ExitHandler", {}, Value());
     EXPECT_TRUE(host.Call(exiting, "ExitHandler").IsNil());
     EXPECT_EQ(fake.calls("libvlc_set_exit_handler"), 1) << "nil leaves libvlc's registration";
+    fake.requestExit();
+    host.Call(exiting, "Destructor");
+    host.PumpFor(50ms);
+    EXPECT_EQ(seen->names.size(), 1u) << "a request queued for a destroyed instance is dropped";
     Value blank = host.NewRaw("VLCInstanceQRV");
     host.Assign(blank, "ExitHandler", {}, handler);
     EXPECT_TRUE(qrvtest::RaisedNotInitialized(host));
@@ -336,10 +519,11 @@ TEST(PartialFakeEvents, LogWithoutContextFunction) {
 TEST_F(FakeEvents, StormFromFourThreadsKeepsEachThreadsOrder) {
     int64_t perThread = 250000;
     if (const char* n = getenv("QRV_STORM_EVENTS")) perThread = atoll(n) / 4;
-    Value m = Manager("Storm", {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnStorm)}});
+    // Meta events are discrete, so every one arrives; the fake's 64-bit value fits their 32 bits.
+    Value m = Manager("Storm", {{"MediaMetaChanged", reinterpret_cast<void*>(OnStorm)}});
     size_t objects = host.LiveObjects(), strings = host.LiveStrings();
-    libvlc_event_t time = Event(libvlc_MediaPlayerTimeChanged);
-    std::thread firing([&] { fake.fireFromThreads(manager, &time, 4, perThread); });
+    libvlc_event_t meta = Event(libvlc_MediaMetaChanged);
+    std::thread firing([&] { fake.fireFromThreads(manager, &meta, 4, perThread); });
     bool all = host.PumpUntil([&] { return seen->storm == 4 * perThread; }, 120000ms);
     firing.join();
     host.PumpFor(20ms);

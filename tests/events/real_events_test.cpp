@@ -6,8 +6,13 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/test_support.h"
@@ -69,6 +74,46 @@ void OnNextItemSet(REALobject, REALobject item) {
     Mark("MediaListPlayerNextItemSet");
     if (item != nullptr) ++rec->nextItemSet;
 }
+// Handlers that call back into the player, as host code freely does.
+Value* gPlayer = nullptr;
+void OnStoppedReadingTime(REALobject) {
+    Mark("Stopped");
+    rec->times.push_back(rec->host->Get(*gPlayer, "Time").AsInt());
+}
+void OnStateReadingPlayerState(REALobject, RBInteger state) {
+    Mark("MediaStateChanged");
+    rec->states.push_back(state);
+    rec->states.push_back(rec->host->Get(*gPlayer, "State").AsInt());
+}
+
+// Ends the process if the scope is not left in time: a hang fails the test.
+class Watchdog {
+public:
+    Watchdog(std::chrono::seconds limit, const char* what)
+        : thread_([this, limit, what] {
+              std::unique_lock<std::mutex> hold(lock_);
+              if (!done_.wait_for(hold, limit, [this] { return finished_; })) {
+                  fprintf(stderr, "watchdog: %s did not return within %llds\n", what,
+                          static_cast<long long>(limit.count()));
+                  std::_Exit(3);
+              }
+          }) {}
+    ~Watchdog() {
+        {
+            std::lock_guard<std::mutex> hold(lock_);
+            finished_ = true;
+        }
+        done_.notify_one();
+        thread_.join();
+    }
+
+private:
+    std::mutex lock_;
+    std::condition_variable done_;
+    bool finished_ = false;
+    std::thread thread_;
+};
+
 void OnLog(REALobject, REALstring, RBInteger level, REALstring, REALstring, REALstring module, REALstring, RBInteger) {
     rec->logLevels.push_back(level);
     rec->logModules.push_back(module ? rec->host->Text(Value::BorrowString(module)) : "");
@@ -123,6 +168,36 @@ TEST_F(RealEvents, PlayingTheSampleRaisesPlayerEventsInOrder) {
     EXPECT_LE(rec->positions.back(), 1.0);
     host.Call(player, "Stop");
     events = Value();  // detaches before the player goes
+}
+
+// libvlc sends Stopped inside libvlc_media_player_stop and the old media's
+// state change inside set_media, holding the player's lock; handlers that read
+// the player there would hang the main thread for good.
+TEST_F(RealEvents, HandlersReadingThePlayerDoNotHangStopOrSetMedia) {
+    Watchdog watchdog(std::chrono::seconds(60), "Stop or Media = with handlers reading the player");
+    Value first = Media("sample.mp4");
+    Value player = host.New("VLCMediaPlayerQRV", {first});
+    gPlayer = &player;
+    host.DefineSubclass("StopEvents", "VLCEventManagerQRV",
+                        {{"MediaPlayerPlaying", reinterpret_cast<void*>(OnPlaying)},
+                         {"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)},
+                         {"MediaPlayerStopped", reinterpret_cast<void*>(OnStoppedReadingTime)}});
+    Value events = host.New("StopEvents", {player});
+    host.DefineSubclass("StateEvents", "VLCEventManagerQRV",
+                        {{"MediaStateChanged", reinterpret_cast<void*>(OnStateReadingPlayerState)}});
+    Value mediaEvents = host.New("StateEvents", {first});
+    ASSERT_TRUE(host.Call(player, "Play").AsBool());
+    ASSERT_TRUE(host.PumpUntil([&] { return !rec->times.empty(); }, 10000ms));
+    host.Call(player, "Stop");
+    ASSERT_TRUE(host.PumpUntil([&] { return rec->order.back() == "Stopped"; }, 5000ms));
+    EXPECT_EQ(rec->times.back(), -1) << "Time read by the Stopped handler: the stopped player has none";
+    size_t states = rec->states.size();
+    host.Set(player, "Media", Media("tone.wav"));
+    EXPECT_TRUE(host.PumpUntil([&] { return rec->states.size() > states; }, 5000ms));
+    EXPECT_FALSE(rec->offMainThread);
+    EXPECT_TRUE(NothingRaised(host));
+    events = mediaEvents = Value();
+    gPlayer = nullptr;
 }
 
 TEST_F(RealEvents, MediaListAndListPlayerEvents) {
