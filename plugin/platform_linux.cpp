@@ -57,17 +57,21 @@ struct MainQueue {
 // Tasks a queue keeps room for; after a longer backlog its memory is given back.
 constexpr size_t kQueueRoom = 1024;
 
-gboolean QueuePrepare(GSource* source, gint* timeout) {
+// The source's callbacks reach the queue through TheMainQueue(), not through
+// their argument: the queue is made by whichever thread posts first, and the
+// static's guard is what orders its making before the main thread's reads
+// (GLib's own locking is invisible to ThreadSanitizer).
+MainQueue* TheMainQueue();
+
+gboolean QueuePrepare(GSource*, gint* timeout) {
     *timeout = -1;
-    return reinterpret_cast<MainQueue*>(source)->nonEmpty->load(std::memory_order_acquire);
+    return TheMainQueue()->nonEmpty->load(std::memory_order_acquire);
 }
 
-gboolean QueueCheck(GSource* source) {
-    return reinterpret_cast<MainQueue*>(source)->nonEmpty->load(std::memory_order_acquire);
-}
+gboolean QueueCheck(GSource*) { return TheMainQueue()->nonEmpty->load(std::memory_order_acquire); }
 
-gboolean QueueDispatch(GSource* source, GSourceFunc, gpointer) {
-    auto* queue = reinterpret_cast<MainQueue*>(source);
+gboolean QueueDispatch(GSource*, GSourceFunc, gpointer) {
+    MainQueue* queue = TheMainQueue();
     {
         std::lock_guard<std::mutex> hold(*queue->lock);
         queue->draining = true;
