@@ -62,14 +62,22 @@ static RBBoolean MoveNext(REALobject self) {
     return vlcfn::_libvlc_media_list_player_next(ListPlayer(self)) == 0;
 }
 
-// Tests the loaded `next` and calls `previous`: the pairing is kept as it is.
 static RBBoolean MovePrevious(REALobject self) {
-    LIST_PLAYER_GUARD_TFH("MovePrevious", libvlc_media_list_player_next, false);
+    LIST_PLAYER_GUARD_TFH("MovePrevious", libvlc_media_list_player_previous, false);
     return vlcfn::_libvlc_media_list_player_previous(ListPlayer(self)) == 0;
+}
+
+// libvlc reads the list without testing it: without one, PlayItemAtIndex and
+// PlayItem raise instead.
+static bool HasList(REALobject self) {
+    if (ListPlayerOf(self).list != nullptr) return true;
+    RaiseNilObjectException("List is nil");
+    return false;
 }
 
 static RBBoolean PlayItemAtIndex(REALobject self, RBInteger index) {
     LIST_PLAYER_GUARD_TFH("PlayItemAtIndex", libvlc_media_list_player_play_item_at_index, false);
+    if (!HasList(self)) return false;
     return vlcfn::_libvlc_media_list_player_play_item_at_index(ListPlayer(self), static_cast<int>(index)) == 0;
 }
 
@@ -80,6 +88,7 @@ static RBBoolean PlayItem(REALobject self, REALobject item) {
         RaiseNilObjectException("Item is nil");
         return false;
     }
+    if (!HasList(self)) return false;
     return vlcfn::_libvlc_media_list_player_play_item(ListPlayer(self), reinterpret_cast<libvlc_media_t*>(media)) == 0;
 }
 

@@ -288,6 +288,11 @@ PLAYER_ACTION(ToggleMute, "ToggleMute", libvlc_audio_toggle_mute)
 
 static void SetVideoTitleDisplay(REALobject self, RBInteger position, RBInteger timeout) {
     PLAYER_GUARD_TFH("SetVideoTitleDisplay", libvlc_media_player_set_video_title_display, );
+    // libvlc indexes a table with the position: only -1 (disable) to 8 exist.
+    if (position < libvlc_position_disable || position > libvlc_position_bottom_right) {
+        RaiseOutOfBoundsException(position, libvlc_position_bottom_right + 1, "position", "SetVideoTitleDisplay");
+        return;
+    }
     vlcfn::_libvlc_media_player_set_video_title_display(Player(self), static_cast<libvlc_position_t>(position),
                                                         static_cast<unsigned>(timeout));
 }

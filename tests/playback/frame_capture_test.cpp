@@ -237,6 +237,18 @@ TEST_F(Capture, LowByteAndSignedByteAnswers) {
     EXPECT_TRUE(NothingRaised(*host));
 }
 
+TEST_F(Capture, TitlePositionsOutsideLibvlcsTableRaise) {
+    for (int64_t position : {int64_t{1} << 31, int64_t{9}, int64_t{-2}}) {
+        host->Call(player, "SetVideoTitleDisplay", {Value::Int(position), Value::Int(0)});
+        EXPECT_EQ(host->exception->className, "OutOfBoundsException") << position;
+    }
+    EXPECT_EQ(fake.calls("libvlc_media_player_set_video_title_display"), 0);
+    host->Call(player, "SetVideoTitleDisplay", {Value::Int(-1), Value::Int(0)});
+    host->Call(player, "SetVideoTitleDisplay", {Value::Int(8), Value::Int(0)});
+    EXPECT_TRUE(NothingRaised(*host));
+    EXPECT_EQ(fake.calls("libvlc_media_player_set_video_title_display"), 2);
+}
+
 TEST(PlayerPartialFake, MissingFunctionsAreReportedBeforeTheHandle) {
     Host host;
     FakeVLC partial(true);
@@ -248,6 +260,11 @@ TEST(PlayerPartialFake, MissingFunctionsAreReportedBeforeTheHandle) {
     EXPECT_TRUE(qrvtest::RaisedMissing(host, "_libvlc_media_player_set_equalizer"));
     host.Get(player, "Volume");
     EXPECT_TRUE(qrvtest::RaisedNotInitialized(host));
+    // MovePrevious tests the function it calls.
+    Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
+    Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+    EXPECT_FALSE(host.Call(listPlayer, "MovePrevious").AsBool());
+    EXPECT_TRUE(qrvtest::RaisedMissing(host, "_libvlc_media_list_player_previous"));
 }
 
 TEST(ListPlayerWithFake, ModeAndPlayerReferences) {
@@ -261,6 +278,15 @@ TEST(ListPlayerWithFake, ModeAndPlayerReferences) {
     Value p = host.New("VLCMediaPlayerQRV", {vlc});
     Value q = host.New("VLCMediaPlayerQRV", {vlc});
     int64_t pLocks = host.LockCount(p);
+    // libvlc would read the missing list.
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String("/x.mp4")});
+    EXPECT_FALSE(host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)}).AsBool());
+    EXPECT_TRUE(Raised(host, "NilObjectException", "List is nil"));
+    EXPECT_FALSE(host.Call(listPlayer, "PlayItem", {media}).AsBool());
+    EXPECT_TRUE(Raised(host, "NilObjectException", "List is nil"));
+    EXPECT_EQ(
+        fake.calls("libvlc_media_list_player_play_item_at_index") + fake.calls("libvlc_media_list_player_play_item"),
+        0);
     host.Call(listPlayer, "SetMediaPlayer", {p});
     EXPECT_EQ(host.Get(listPlayer, "Player").AsObject(), p.AsObject());
     host.Call(listPlayer, "SetMediaPlayer", {q});
