@@ -1,7 +1,7 @@
 // Media objects on Debian's libvlc 3.0, headless, with the bundled samples.
 #include <fcntl.h>
-#include <pthread.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
