@@ -46,10 +46,7 @@ static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
 
 static void VLCMediaListDestructor(REALobject self) {
     MediaListData& d = ListOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_list_release != nullptr)
-        vlcfn::_libvlc_media_list_release(reinterpret_cast<libvlc_media_list_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc);
 }
 
 static void Lock(REALobject self) {
