@@ -163,7 +163,7 @@ SWEEP_CLASS(MediaListPlayer) {
                {"Stop", "libvlc_media_list_player_stop"},
                {"MoveNext as Boolean", "libvlc_media_list_player_next"},
                // Its availability check names `next`.
-               {"MovePrevious as Boolean", "libvlc_media_list_player_next"},
+               {"MovePrevious as Boolean", "libvlc_media_list_player_previous"},
                {"PlayItemAtIndex(index as integer) as Boolean", "libvlc_media_list_player_play_item_at_index"},
                {"IsPlaying as boolean", "libvlc_media_list_player_is_playing"},
                {"State as integer", "libvlc_media_list_player_get_state"},
