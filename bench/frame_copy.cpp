@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
     gHost = &host;
     const char* fake = FAKEVLC_PATH;
     void* control = dlopen(fake, RTLD_NOW);
-    auto render = control ? reinterpret_cast<int (*)(uint32_t)>(dlsym(control, "fakevlc_render_frame")) : nullptr;
+    auto render = control ? reinterpret_cast<int (*)(int64_t)>(dlsym(control, "fakevlc_render_frame")) : nullptr;
     if (render == nullptr || !host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)}).AsBool()) {
         fprintf(stderr, "cannot load the fake libvlc %s\n", fake);
         return 1;
@@ -96,7 +96,7 @@ int main(int argc, char** argv) {
     emu::Value player = host.New("VLCMediaPlayerQRV", {vlc});
     gPlayer = player.AsObject();
     host.Call(player, "VideoSetCallback", {emu::Value::Int(kWidth), emu::Value::Int(kHeight)});
-    render(0x11223344);
+    render(1);
 
     auto ns = qrvbench::RunAll(argc, argv);
     printf("\n1920x1080 frame (%zu bytes), %s pictures\n", kBytes,

@@ -4,10 +4,10 @@
 
 #include "plugin/host_abi.h"
 
-// libvlc keeps its per-thread error text under a thread key that only its first
-// libvlc_new creates; reading or clearing it before then touches another
-// library's key. Set once an instance has been created.
-extern bool gLibvlcErrorStateReady;
+// libvlc keeps its per-thread error text under a thread key that exists only
+// while at least one instance does; reading or clearing it otherwise touches
+// another library's key. Counts the instances created and not yet released.
+extern int64_t gLiveInstances;
 
 // The loader's last error text (one reference owned here), or null.
 extern REALstring gLoadError;

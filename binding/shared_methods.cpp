@@ -18,7 +18,7 @@ REALstring TextFromLibvlc(Getter getter) {
 
 }  // namespace
 
-bool gLibvlcErrorStateReady = false;
+int64_t gLiveInstances = 0;
 
 int64_t myclock() {
     TRACE("myclock");
@@ -47,14 +47,14 @@ REALstring get_changeset() {
 REALstring errmsg() {
     TRACE("errmsg");
     if (!VLC_NEED(libvlc_errmsg)) return nullptr;
-    if (!gLibvlcErrorStateReady) return nullptr;  // no error can have been set yet
+    if (gLiveInstances < 1) return nullptr;  // libvlc has no error text now
     return TextFromLibvlc(vlcfn::_libvlc_errmsg);
 }
 
 void clearerrRB() {
     TRACE("clearerrRB");
     if (!VLC_NEED(libvlc_clearerr)) return;
-    if (!gLibvlcErrorStateReady) return;
+    if (gLiveInstances < 1) return;
     vlcfn::_libvlc_clearerr();
 }
 

@@ -39,10 +39,7 @@ static void VLCEqualizerConstructor2(REALobject self, RBInteger index, REALobjec
 
 static void VLCEqualizerDestructor(REALobject self) {
     EqualizerData& d = EqualizerOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_audio_equalizer_release != nullptr)
-        vlcfn::_libvlc_audio_equalizer_release(reinterpret_cast<libvlc_equalizer_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_audio_equalizer_release, d.vlc);
 }
 
 static float getmap(REALobject self, RBInteger index) {

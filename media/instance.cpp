@@ -80,15 +80,17 @@ static void VLCInstanceConstructor(REALobject self, REALarray args) {
     }
     libvlc_instance_t* instance = vlcfn::_libvlc_new(static_cast<int>(argc), argv.get());
     InstanceOf(self).handle = reinterpret_cast<int64_t>(instance);
-    if (instance != nullptr) gLibvlcErrorStateReady = true;
+    if (instance != nullptr) ++gLiveInstances;
     TRACEF("%p", "handle", static_cast<void*>(instance));
 }
 
 static void VLCInstanceDestructor(REALobject self) {
     EndInstanceDeliveries(self);  // libvlc's threads may outlive the release below
     InstanceData& d = InstanceOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_release != nullptr)
+    if (d.handle != 0 && vlcfn::_libvlc_release != nullptr) {
         vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));
+        --gLiveInstances;
+    }
     d.handle = 0;
     ReleaseField(d.logFile);
     if (d.logStream != nullptr) {

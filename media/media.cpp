@@ -36,6 +36,7 @@ constexpr size_t kTempPathSize = 300;
 REALobject NewVLCMediaQRV(libvlc_media_t* media, REALobject vlc, bool retain) {
     TRACEF("%p", "NewVLCMediaQRV", static_cast<void*>(media));
     if (media == nullptr) return nullptr;
+    if (retain && !VLC_NEED(libvlc_media_retain)) return nullptr;
     REALobject object = REALnewInstance("VLCMediaQRV");
     if (object == nullptr) return nullptr;
     if (retain) vlcfn::_libvlc_media_retain(media);
@@ -141,7 +142,7 @@ static REALobject MediaWithData(REALobject vlc, const void* bytes, int64_t size)
                         d.tempFD = -1;
                         d.tempPath = path;
                         DeliberatelyKept(path);
-                    } else {
+                    } else if (vlcfn::_libvlc_media_release != nullptr) {
                         vlcfn::_libvlc_media_release(media);
                     }
                 }
@@ -229,14 +230,23 @@ static REALobject Clone(REALobject self) {
     return NewVLCMediaQRV(vlcfn::_libvlc_media_duplicate(MediaHandle(self)), MediaOf(self).vlc, false);
 }
 
+// libvlc indexes its meta table with the number unchecked.
+static bool MetaInRange(RBInteger meta, const char* methodName) {
+    if (meta >= libvlc_meta_Title && meta <= libvlc_meta_DiscTotal) return true;
+    RaiseOutOfBoundsException(meta, libvlc_meta_DiscTotal + 1, "meta", methodName);
+    return false;
+}
+
 static void SetMeta(REALobject self, RBInteger meta, REALstring value) {
     GUARD_HTF(MediaOf(self).handle, "SetMeta", libvlc_media_set_meta, );
+    if (!MetaInRange(meta, "SetMeta")) return;
     rbText text(value);
     vlcfn::_libvlc_media_set_meta(MediaHandle(self), static_cast<libvlc_meta_t>(meta), text.GetUTF8());
 }
 
 static REALstring GetMeta(REALobject self, RBInteger type) {
     GUARD_HTF(MediaOf(self).handle, "GetMeta", libvlc_media_get_meta, nullptr);
+    if (!MetaInRange(type, "Meta")) return nullptr;
     return BuildStringUTF8Kept(vlcfn::_libvlc_media_get_meta(MediaHandle(self), static_cast<libvlc_meta_t>(type)));
 }
 
@@ -349,7 +359,7 @@ static REALobject GetStats(REALobject self) {
     GUARD_TFH(MediaOf(self).handle, "GetStats", libvlc_media_get_stats, nullptr);
     libvlc_media_stats_t stats;
     memset(&stats, 0, sizeof stats);
-    if (!vlcfn::_libvlc_media_get_stats(MediaHandle(self), &stats)) return nullptr;
+    if (!LowByte(vlcfn::_libvlc_media_get_stats(MediaHandle(self), &stats))) return nullptr;
     return NewVLCMediaStatsQRV(&stats);
 }
 

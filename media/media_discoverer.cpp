@@ -36,10 +36,7 @@ static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALs
 
 static void VLCMediaDiscovererDestructor(REALobject self) {
     ServiceData& d = DiscovererOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_discoverer_release != nullptr)
-        vlcfn::_libvlc_media_discoverer_release(reinterpret_cast<libvlc_media_discoverer_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_discoverer_release, d.vlc);
 }
 
 static REALobject GetMediaList(REALobject self) {

@@ -28,10 +28,7 @@ static void VLCMediaLibraryConstructor(REALobject self, REALobject vlc) {
 
 static void VLCMediaLibraryDestructor(REALobject self) {
     ServiceData& d = LibraryOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_library_release != nullptr)
-        vlcfn::_libvlc_media_library_release(reinterpret_cast<libvlc_media_library_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_library_release, d.vlc);
 }
 
 static RBBoolean Load(REALobject self) {

@@ -1,16 +1,18 @@
 // Frame capture of VLCMediaPlayerQRV: libvlc decodes RV32 frames (little-endian
 // BGRX, no padding) straight into the player's buffer through three callbacks;
-// the readers copy the latest frame out. The frame mutex guards the buffer
-// until VideoSetCallback destroys it, as it always has.
+// the readers copy the latest frame out. One frame mutex lives as long as the
+// player and guards the buffer, HasNewFrame and the current image.
 #include "playback/frame_capture.h"
 
 #include <vlc/vlc.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 
+#include "plugin/exceptions.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
 #include "plugin/memory.h"
@@ -19,10 +21,11 @@
 
 namespace {
 
-// Holds the frame mutex, when there is one, for a scope.
+// Holds a player's frame mutex for a scope (there is none only when the
+// constructor could not allocate it).
 class FrameLock {
 public:
-    explicit FrameLock(pthread_mutex_t* mutex) : mutex_(mutex) {
+    explicit FrameLock(const MediaPlayerData& d) : mutex_(d.frameMutex) {
         if (mutex_ != nullptr) pthread_mutex_lock(mutex_);
     }
     ~FrameLock() {
@@ -37,8 +40,24 @@ private:
 
 MediaPlayerData& Frame(void* opaque) { return PlayerOf(static_cast<REALobject>(opaque)); }
 
+// The image over the buffer, the target context and the buffer itself; the
+// mutex stays.
+void ReleaseFrameState(MediaPlayerData& d) {
+    PlatformReleaseFrameSource(d.dataProvider, d.colorSpace);
+    d.colorSpace = nullptr;
+    d.dataProvider = nullptr;
+    PlatformReleaseFrameImage(d.currentImage);
+    d.currentImage = nullptr;
+    PlatformReleaseContext(d.targetContext);
+    d.targetContext = nullptr;
+    free(d.frameBuffer);
+    d.frameBuffer = nullptr;
+    d.frameBufferBytes = 0;
+}
+
 // ---- the callbacks libvlc's video thread calls ---------------------------------
 
+// The mutex is held from here to MyUnlock, while libvlc writes the frame.
 void* MyLock(void* opaque, void** planes) {
     TRACEF("%p, %p", "MyLock", opaque, static_cast<void*>(planes));
     MediaPlayerData& d = Frame(opaque);
@@ -53,10 +72,12 @@ void MyUnlock(void* opaque, void* picture, void* const* planes) {
     if (d.frameMutex != nullptr) pthread_mutex_unlock(d.frameMutex);
 }
 
-// Runs without the lock: marks the frame and draws it into the target context.
+// Marks the frame and draws it into the target context, under the mutex so that
+// VideoSetCallback cannot swap the buffer or the context meanwhile.
 void MyDisplay(void* opaque, void* picture) {
     TRACEF("%p, %p", "MyDisplay", opaque, picture);
     MediaPlayerData& d = Frame(opaque);
+    FrameLock hold(d);
     d.hasNewFrame = 1;
     PlatformReleaseFrameImage(d.currentImage);
     d.currentImage = nullptr;
@@ -68,6 +89,13 @@ void MyDisplay(void* opaque, void* picture) {
     if (d.currentImage != nullptr) PlatformDrawFrameImage(d.targetContext, d.currentImage, d.drawWidth, d.drawHeight);
 }
 
+void RaiseBufferFailure(int64_t size) {
+    char message[99];
+    snprintf(message, sizeof message, "Failed to allocate %lld bytes of memory for picture buffer.",
+             static_cast<long long>(size));
+    RaiseException("OutOfMemoryException", message);
+}
+
 }  // namespace
 
 void FreeImages(MediaPlayerData& d) {
@@ -76,17 +104,25 @@ void FreeImages(MediaPlayerData& d) {
         free(d.frameMutex);
         d.frameMutex = nullptr;
     }
-    PlatformReleaseFrameSource(d.dataProvider, d.colorSpace);
-    d.colorSpace = nullptr;
-    d.dataProvider = nullptr;
-    PlatformReleaseFrameImage(d.currentImage);
-    d.currentImage = nullptr;
-    PlatformReleaseContext(d.targetContext);
-    d.targetContext = nullptr;
-    free(d.frameBuffer);
-    d.frameBuffer = nullptr;
+    ReleaseFrameState(d);
 }
 
+RBBoolean GetHasNewFrame(REALobject self, RBInteger) {
+    MediaPlayerData& d = PlayerOf(self);
+    FrameLock hold(d);
+    return d.hasNewFrame;
+}
+
+void SetHasNewFrame(REALobject self, RBInteger, RBBoolean value) {
+    MediaPlayerData& d = PlayerOf(self);
+    FrameLock hold(d);
+    d.hasNewFrame = value;
+}
+
+// A size below 1 or a failed allocation raises and leaves the frame state and
+// libvlc's callbacks as they were. A running video output keeps the format it
+// was opened with until it restarts, so the buffer never shrinks: a larger
+// earlier frame still fits.
 void VideoSetCallback(REALobject self, RBInteger width, RBInteger height, RBInteger contextHandle) {
     TRACE("VideoSetCallback");
     TRACE("VideoSetCallback");
@@ -96,34 +132,38 @@ void VideoSetCallback(REALobject self, RBInteger width, RBInteger height, RBInte
     MediaPlayerData& d = PlayerOf(self);
     if (!HandleReady(d.handle)) return;
 
-    // The mutex is taken and then destroyed with the rest of the frame state;
-    // from here on this player's frames are not locked.
-    if (d.frameMutex != nullptr) pthread_mutex_lock(d.frameMutex);
-    FreeImages(d);
-    d.drawX = 0;
-    d.drawY = 0;
-    d.drawWidth = width;
-    d.drawHeight = height;
     TRACEF("%lld", "twidth", static_cast<long long>(width));
     TRACEF("%lld", "theight", static_cast<long long>(height));
-    d.frameWidth = width;
-    d.frameHeight = height;
-    d.frameRowBytes = width * 4;
-    int64_t size = width * 4 * height;
+    // Wrapping products are computed unsigned; their sign then says they failed.
+    int64_t size = static_cast<int64_t>(static_cast<uint64_t>(width) * 4 * static_cast<uint64_t>(height));
     TRACEF("%lld", "size", static_cast<long long>(size));
-
-    if (size >= 1) d.frameBuffer = static_cast<uint8_t*>(calloc(static_cast<size_t>(size), 1));
-    if (d.frameBuffer == nullptr) {
-        char message[99];
-        snprintf(message, sizeof message, "Failed to allocate %lld bytes of memory for picture buffer.",
-                 static_cast<long long>(size));
-        RaiseException("OutOfMemoryException", message);
+    bool fits = size >= 1 && width >= 1 && height >= 1 && width <= INT32_MAX / 4 && height <= INT32_MAX;
+    if (!fits) {
+        RaiseBufferFailure(size);
         return;
     }
-    PlatformCreateFrameSource(d.frameBuffer, static_cast<size_t>(size), &d.dataProvider, &d.colorSpace);
-    d.targetContext = PlatformRetainContext(reinterpret_cast<void*>(contextHandle));
-    TRACEF("%p", "cgcontext", d.targetContext);
-    if (d.frameMutex != nullptr) pthread_mutex_unlock(d.frameMutex);
+    int64_t bytes = std::max(size, d.frameBufferBytes);
+    auto* fresh = static_cast<uint8_t*>(calloc(static_cast<size_t>(bytes), 1));
+    if (fresh == nullptr) {
+        RaiseBufferFailure(size);
+        return;
+    }
+    {
+        FrameLock hold(d);
+        ReleaseFrameState(d);
+        d.drawX = 0;
+        d.drawY = 0;
+        d.drawWidth = width;
+        d.drawHeight = height;
+        d.frameWidth = width;
+        d.frameHeight = height;
+        d.frameRowBytes = width * 4;
+        d.frameBuffer = fresh;
+        d.frameBufferBytes = bytes;
+        PlatformCreateFrameSource(d.frameBuffer, static_cast<size_t>(size), &d.dataProvider, &d.colorSpace);
+        d.targetContext = PlatformRetainContext(reinterpret_cast<void*>(contextHandle));
+        TRACEF("%p", "cgcontext", d.targetContext);
+    }
     auto player = reinterpret_cast<libvlc_media_player_t*>(d.handle);
     vlcfn::_libvlc_video_set_callbacks(player, MyLock, MyUnlock, MyDisplay, self);
     vlcfn::_libvlc_video_set_format(player, "RV32", static_cast<unsigned>(width), static_cast<unsigned>(height),
@@ -132,16 +172,16 @@ void VideoSetCallback(REALobject self, RBInteger width, RBInteger height, RBInte
 
 void* GetMemory(REALobject self) {
     MediaPlayerData& d = PlayerOf(self);
+    FrameLock hold(d);
     if (d.frameBuffer == nullptr) return nullptr;
-    FrameLock hold(d.frameMutex);
     d.hasNewFrame = 0;
     return d.frameBuffer;
 }
 
 REALmemoryBlock CopyMemory(REALobject self) {
     MediaPlayerData& d = PlayerOf(self);
+    FrameLock hold(d);
     if (d.frameBuffer == nullptr) return nullptr;
-    FrameLock hold(d.frameMutex);
     d.hasNewFrame = 0;
     int64_t n = d.frameHeight * d.frameRowBytes;
     if (n < 1) return nullptr;
@@ -166,11 +206,16 @@ REALmemoryBlock CopyMemory(REALobject self) {
     return block;
 }
 
+// A nil destination with a frame to copy raises instead of writing to address 0.
 RBBoolean CopyToMemory(REALobject self, void* dest, RBInteger offset, RBInteger rowBytes) {
     MediaPlayerData& d = PlayerOf(self);
+    FrameLock hold(d);
     int64_t lineBytes = d.frameWidth * 4;
     if (offset < 0 || lineBytes > rowBytes || d.frameBuffer == nullptr) return false;
-    FrameLock hold(d.frameMutex);
+    if (dest == nullptr) {
+        RaiseNilObjectException("dest parameter is nil");
+        return false;
+    }
     d.hasNewFrame = 0;
     uint8_t* out = static_cast<uint8_t*>(dest) + offset;
     const uint8_t* in = d.frameBuffer;
@@ -203,6 +248,11 @@ void WriteRowAlphaLow(uint32_t* __restrict out, const uint8_t* __restrict in, in
     for (int64_t x = 0; x < width; ++x) out[x] = __builtin_bswap32(SourceWord(in, x)) | 0xFFu;
 }
 
+// cairo's native-endian 0xAARRGGBB is the frame's little-endian BGRX word, made opaque.
+void WriteRowNativeARGB(uint32_t* __restrict out, const uint8_t* __restrict in, int64_t width) {
+    for (int64_t x = 0; x < width; ++x) out[x] = SourceWord(in, x) | 0xFF000000u;
+}
+
 // gd rows: b0 + b1 * 256 + b2 * 65536, alpha 0 (opaque), so b2 lands in red.
 void WriteRowTable(uint32_t* __restrict out, const uint8_t* __restrict in, int64_t width) {
     for (int64_t x = 0; x < width; ++x) out[x] = SourceWord(in, x) & 0x00FFFFFFu;
@@ -218,7 +268,7 @@ REALpicture CopyPicture(REALobject self) {
     PictureWriter writer(w, h);
     if (writer.picture == nullptr) return nullptr;
     {
-        FrameLock hold(d.frameMutex);
+        FrameLock hold(d);
         d.hasNewFrame = 0;
         const uint8_t* buffer = d.frameBuffer;
         for (int64_t y = 0; y < h && buffer != nullptr; ++y) {
@@ -231,6 +281,9 @@ REALpicture CopyPicture(REALobject self) {
                     break;
                 case PixelLayout::AlphaLow:
                     WriteRowAlphaLow(row, source, w);
+                    break;
+                case PixelLayout::NativeARGB:
+                    WriteRowNativeARGB(row, source, w);
                     break;
                 case PixelLayout::RowTable:
                     WriteRowTable(row, source, w);
@@ -248,15 +301,15 @@ REALpicture CopyPicture(REALobject self) {
 REALobject CopyCGImage(REALobject self) {
     TRACE("CopyCGImage");
     MediaPlayerData& d = PlayerOf(self);
-    if (d.currentImage == nullptr) {
-        d.currentImage = PlatformCreateFrameImage(d.dataProvider, d.colorSpace, d.frameBuffer, d.frameWidth,
-                                                  d.frameHeight, d.frameRowBytes);
-        TRACEF("%p", "image", d.currentImage);
-        if (d.currentImage == nullptr) return nullptr;
-    }
     void* copy;
     {
-        FrameLock hold(d.frameMutex);
+        FrameLock hold(d);
+        if (d.currentImage == nullptr) {
+            d.currentImage = PlatformCreateFrameImage(d.dataProvider, d.colorSpace, d.frameBuffer, d.frameWidth,
+                                                      d.frameHeight, d.frameRowBytes);
+            TRACEF("%p", "image", d.currentImage);
+            if (d.currentImage == nullptr) return nullptr;
+        }
         copy = PlatformCopyFrameImage(d.currentImage);
         d.hasNewFrame = 0;
     }

@@ -46,10 +46,7 @@ static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
 
 static void VLCMediaListDestructor(REALobject self) {
     MediaListData& d = ListOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_list_release != nullptr)
-        vlcfn::_libvlc_media_list_release(reinterpret_cast<libvlc_media_list_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc);
 }
 
 static void Lock(REALobject self) {
@@ -94,6 +91,13 @@ static RBBoolean InsertMedia(REALobject self, REALobject item, RBInteger index) 
     GUARD_HTF(ListOf(self).handle, "InsertMedia", libvlc_media_list_insert_media, false);
     libvlc_media_t* media = ItemArgument(item);
     if (media == nullptr) return false;
+    // libvlc does not check the index: outside 0 to Count it corrupts the list.
+    if (!VLC_NEED(libvlc_media_list_count)) return false;
+    int64_t count = vlcfn::_libvlc_media_list_count(ListHandle(self));
+    if (index < 0 || index > count) {
+        RaiseOutOfBoundsException(index, count + 1, "index", "InsertMedia");
+        return false;
+    }
     return vlcfn::_libvlc_media_list_insert_media(ListHandle(self), media, static_cast<int>(index)) == 0;
 }
 

@@ -22,7 +22,7 @@ libvlc_media_list_player_t* ListPlayer(REALobject self) {
 
 }  // namespace
 
-#define LIST_PLAYER_GUARD(traceName, fn, zero) GUARD_TFH(ListPlayerOf(self).handle, traceName, fn, zero)
+#define LIST_PLAYER_GUARD_TFH(traceName, fn, zero) GUARD_TFH(ListPlayerOf(self).handle, traceName, fn, zero)
 
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
@@ -43,59 +43,68 @@ static void VLCMediaListPlayerDestructor(REALobject self) {
 }
 
 static void Play(REALobject self) {
-    LIST_PLAYER_GUARD("Play", libvlc_media_list_player_play, );
+    LIST_PLAYER_GUARD_TFH("Play", libvlc_media_list_player_play, );
     vlcfn::_libvlc_media_list_player_play(ListPlayer(self));
 }
 
 static void Pause(REALobject self) {
-    LIST_PLAYER_GUARD("Pause", libvlc_media_list_player_pause, );
+    LIST_PLAYER_GUARD_TFH("Pause", libvlc_media_list_player_pause, );
     vlcfn::_libvlc_media_list_player_pause(ListPlayer(self));
 }
 
 static void Stop(REALobject self) {
-    LIST_PLAYER_GUARD("Stop", libvlc_media_list_player_stop, );
+    LIST_PLAYER_GUARD_TFH("Stop", libvlc_media_list_player_stop, );
     vlcfn::_libvlc_media_list_player_stop(ListPlayer(self));
 }
 
 static RBBoolean MoveNext(REALobject self) {
-    LIST_PLAYER_GUARD("MoveNext", libvlc_media_list_player_next, false);
+    LIST_PLAYER_GUARD_TFH("MoveNext", libvlc_media_list_player_next, false);
     return vlcfn::_libvlc_media_list_player_next(ListPlayer(self)) == 0;
 }
 
-// Tests the loaded `next` and calls `previous`: the pairing is kept as it is.
 static RBBoolean MovePrevious(REALobject self) {
-    LIST_PLAYER_GUARD("MovePrevious", libvlc_media_list_player_next, false);
+    LIST_PLAYER_GUARD_TFH("MovePrevious", libvlc_media_list_player_previous, false);
     return vlcfn::_libvlc_media_list_player_previous(ListPlayer(self)) == 0;
 }
 
+// libvlc reads the list without testing it: without one, PlayItemAtIndex and
+// PlayItem raise instead.
+static bool HasList(REALobject self) {
+    if (ListPlayerOf(self).list != nullptr) return true;
+    RaiseNilObjectException("List is nil");
+    return false;
+}
+
 static RBBoolean PlayItemAtIndex(REALobject self, RBInteger index) {
-    LIST_PLAYER_GUARD("PlayItemAtIndex", libvlc_media_list_player_play_item_at_index, false);
+    LIST_PLAYER_GUARD_TFH("PlayItemAtIndex", libvlc_media_list_player_play_item_at_index, false);
+    if (!HasList(self)) return false;
     return vlcfn::_libvlc_media_list_player_play_item_at_index(ListPlayer(self), static_cast<int>(index)) == 0;
 }
 
 static RBBoolean PlayItem(REALobject self, REALobject item) {
-    LIST_PLAYER_GUARD("PlayItem", libvlc_media_list_player_play_item, false);
+    LIST_PLAYER_GUARD_TFH("PlayItem", libvlc_media_list_player_play_item, false);
     int64_t media = HandleOf(item, VLCMediaQRVClass);
     if (media == 0) {
         RaiseNilObjectException("Item is nil");
         return false;
     }
+    if (!HasList(self)) return false;
     return vlcfn::_libvlc_media_list_player_play_item(ListPlayer(self), reinterpret_cast<libvlc_media_t*>(media)) == 0;
 }
 
 static RBBoolean IsPlaying(REALobject self) {
-    LIST_PLAYER_GUARD("IsPlaying", libvlc_media_list_player_is_playing, false);
+    LIST_PLAYER_GUARD_TFH("IsPlaying", libvlc_media_list_player_is_playing, false);
     return LowByte(vlcfn::_libvlc_media_list_player_is_playing(ListPlayer(self)));
 }
 
 static RBInteger GetState(REALobject self) {
-    LIST_PLAYER_GUARD("GetState", libvlc_media_list_player_get_state, 0);
+    LIST_PLAYER_GUARD_TFH("GetState", libvlc_media_list_player_get_state, 0);
     return static_cast<RBInteger>(vlcfn::_libvlc_media_list_player_get_state(ListPlayer(self)));
 }
 
 // A player stored earlier is overwritten without being unlocked.
 static void SetMediaPlayer(REALobject self, REALobject player) {
-    LIST_PLAYER_GUARD("SetMediaPlayer", libvlc_media_list_player_set_media_player, );
+    LIST_PLAYER_GUARD_TFH("SetMediaPlayer", libvlc_media_list_player_set_media_player, );
     int64_t handle = HandleOf(player, VLCMediaPlayerQRVClass);
     if (handle == 0) {
         RaiseNilObjectException("Player is nil");
@@ -108,7 +117,7 @@ static void SetMediaPlayer(REALobject self, REALobject player) {
 }
 
 static void SetMediaList(REALobject self, REALobject list) {
-    LIST_PLAYER_GUARD("SetMediaList", libvlc_media_list_player_set_media_list, );
+    LIST_PLAYER_GUARD_TFH("SetMediaList", libvlc_media_list_player_set_media_list, );
     int64_t handle = HandleOf(list, VLCMediaListQRVClass);
     if (handle == 0) {
         RaiseNilObjectException("List is nil");
@@ -120,7 +129,7 @@ static void SetMediaList(REALobject self, REALobject list) {
 }
 
 static void SetPlaybackMode(REALobject self, RBInteger mode) {
-    LIST_PLAYER_GUARD("SetPlaybackMode", libvlc_media_list_player_set_playback_mode, );
+    LIST_PLAYER_GUARD_TFH("SetPlaybackMode", libvlc_media_list_player_set_playback_mode, );
     vlcfn::_libvlc_media_list_player_set_playback_mode(ListPlayer(self), static_cast<libvlc_playback_mode_t>(mode));
 }
 

@@ -36,23 +36,24 @@ void MakeFrameMutex(MediaPlayerData& d) {
 
 }  // namespace
 
-#define PLAYER_GUARD(traceName, fn, zero) GUARD_TFH(PlayerOf(self).handle, traceName, fn, zero)
+// Trace, function, handle.
+#define PLAYER_GUARD_TFH(traceName, fn, zero) GUARD_TFH(PlayerOf(self).handle, traceName, fn, zero)
 
 // One wrapper per libvlc getter or setter, by conversion.
 #define PLAYER_GET(Name, Type, traceName, fn, convert) \
     static Type Name(REALobject self, RBInteger) {     \
         using Result = Type;                           \
-        PLAYER_GUARD(traceName, fn, Result());         \
+        PLAYER_GUARD_TFH(traceName, fn, Result());     \
         return convert(vlcfn::_##fn(Player(self)));    \
     }
 #define PLAYER_SET(Name, Type, traceName, fn, convert)         \
     static void Name(REALobject self, RBInteger, Type value) { \
-        PLAYER_GUARD(traceName, fn, );                         \
+        PLAYER_GUARD_TFH(traceName, fn, );                     \
         vlcfn::_##fn(Player(self), convert(value));            \
     }
 #define PLAYER_ACTION(Name, traceName, fn) \
     static void Name(REALobject self) {    \
-        PLAYER_GUARD(traceName, fn, );     \
+        PLAYER_GUARD_TFH(traceName, fn, ); \
         vlcfn::_##fn(Player(self));        \
     }
 
@@ -130,13 +131,13 @@ PLAYER_SET(SetChannel, RBInteger, "SetChannel", libvlc_audio_set_channel, NARROW
 
 // A nil string passes NULL (libvlc then resets the setting).
 static void SetAspectRatio(REALobject self, RBInteger, REALstring value) {
-    PLAYER_GUARD("SetAspectRatio", libvlc_video_set_aspect_ratio, );
+    PLAYER_GUARD_TFH("SetAspectRatio", libvlc_video_set_aspect_ratio, );
     rbText text(value);
     vlcfn::_libvlc_video_set_aspect_ratio(Player(self), value != nullptr ? text.GetUTF8() : nullptr);
 }
 
 static void SetCropGeometry(REALobject self, RBInteger, REALstring value) {
-    PLAYER_GUARD("SetCropGeometry", libvlc_video_set_crop_geometry, );
+    PLAYER_GUARD_TFH("SetCropGeometry", libvlc_video_set_crop_geometry, );
     rbText text(value);
     vlcfn::_libvlc_video_set_crop_geometry(Player(self), text.GetUTF8());
 }
@@ -186,7 +187,7 @@ static REALobject AudioOutputDevices(REALobject self, RBInteger) {
 
 // The media given to the player is answered itself; otherwise libvlc's, in a new wrapper.
 static REALobject GetMedia(REALobject self, RBInteger) {
-    PLAYER_GUARD("GetMedia", libvlc_media_player_get_media, nullptr);
+    PLAYER_GUARD_TFH("GetMedia", libvlc_media_player_get_media, nullptr);
     MediaPlayerData& d = PlayerOf(self);
     if (d.media != nullptr) {
         REALLockObject(d.media);
@@ -196,7 +197,7 @@ static REALobject GetMedia(REALobject self, RBInteger) {
 }
 
 static void SetMedia(REALobject self, RBInteger, REALobject media) {
-    PLAYER_GUARD("SetMedia", libvlc_media_player_set_media, );
+    PLAYER_GUARD_TFH("SetMedia", libvlc_media_player_set_media, );
     int64_t handle = HandleOf(media, VLCMediaQRVClass);
     if (handle == 0) {
         RaiseNilObjectException("media parameter is nil");
@@ -267,12 +268,12 @@ static void VLCMediaPlayerDestructor(REALobject self) {
 // ---- methods -----------------------------------------------------------------
 
 static RBBoolean Play(REALobject self) {
-    PLAYER_GUARD("Play", libvlc_media_player_play, false);
+    PLAYER_GUARD_TFH("Play", libvlc_media_player_play, false);
     return vlcfn::_libvlc_media_player_play(Player(self)) == 0;
 }
 
 static void SetPause(REALobject self, RBBoolean pause) {
-    PLAYER_GUARD("SetPause", libvlc_media_player_set_pause, );
+    PLAYER_GUARD_TFH("SetPause", libvlc_media_player_set_pause, );
     vlcfn::_libvlc_media_player_set_pause(Player(self), pause != 0 ? 1 : 0);
 }
 
@@ -286,29 +287,34 @@ PLAYER_ACTION(ToggleTeletext, "ToggleTeletext", libvlc_toggle_teletext)
 PLAYER_ACTION(ToggleMute, "ToggleMute", libvlc_audio_toggle_mute)
 
 static void SetVideoTitleDisplay(REALobject self, RBInteger position, RBInteger timeout) {
-    PLAYER_GUARD("SetVideoTitleDisplay", libvlc_media_player_set_video_title_display, );
+    PLAYER_GUARD_TFH("SetVideoTitleDisplay", libvlc_media_player_set_video_title_display, );
+    // libvlc indexes a table with the position: only -1 (disable) to 8 exist.
+    if (position < libvlc_position_disable || position > libvlc_position_bottom_right) {
+        RaiseOutOfBoundsException(position, libvlc_position_bottom_right + 1, "position", "SetVideoTitleDisplay");
+        return;
+    }
     vlcfn::_libvlc_media_player_set_video_title_display(Player(self), static_cast<libvlc_position_t>(position),
                                                         static_cast<unsigned>(timeout));
 }
 
 static void Navigate(REALobject self, RBInteger navigate) {
-    PLAYER_GUARD("Navigate", libvlc_media_player_navigate, );
+    PLAYER_GUARD_TFH("Navigate", libvlc_media_player_navigate, );
     vlcfn::_libvlc_media_player_navigate(Player(self), static_cast<unsigned>(navigate));
 }
 
 static void VideoSetKeyInput(REALobject self, RBBoolean on) {
-    PLAYER_GUARD("VideoSetKeyInput", libvlc_video_set_key_input, );
+    PLAYER_GUARD_TFH("VideoSetKeyInput", libvlc_video_set_key_input, );
     vlcfn::_libvlc_video_set_key_input(Player(self), on != 0 ? 1 : 0);
 }
 
 static void VideoSetMouseInput(REALobject self, RBBoolean on) {
-    PLAYER_GUARD("VideoSetMouseInput", libvlc_video_set_mouse_input, );
+    PLAYER_GUARD_TFH("VideoSetMouseInput", libvlc_video_set_mouse_input, );
     vlcfn::_libvlc_video_set_mouse_input(Player(self), on != 0 ? 1 : 0);
 }
 
 // The variables are copied in, written by libvlc, and copied back whatever the result.
 static RBBoolean VideoGetSize(REALobject self, RBInteger num, uint32_t* px, uint32_t* py) {
-    PLAYER_GUARD("VideoGetSize", libvlc_video_get_size, false);
+    PLAYER_GUARD_TFH("VideoGetSize", libvlc_video_get_size, false);
     unsigned x = *px, y = *py;
     int result = vlcfn::_libvlc_video_get_size(Player(self), static_cast<unsigned>(num), &x, &y);
     *px = x;
@@ -317,7 +323,7 @@ static RBBoolean VideoGetSize(REALobject self, RBInteger num, uint32_t* px, uint
 }
 
 static RBBoolean VideoGetCursor(REALobject self, RBInteger num, RBInteger* px, RBInteger* py) {
-    PLAYER_GUARD("VideoGetCursor", libvlc_video_get_cursor, false);
+    PLAYER_GUARD_TFH("VideoGetCursor", libvlc_video_get_cursor, false);
     int x = static_cast<int>(*px), y = static_cast<int>(*py);
     int result = vlcfn::_libvlc_video_get_cursor(Player(self), static_cast<unsigned>(num), &x, &y);
     *px = x;
@@ -326,7 +332,7 @@ static RBBoolean VideoGetCursor(REALobject self, RBInteger num, RBInteger* px, R
 }
 
 static void VideoSetLogoString(REALobject self, RBInteger option, REALstring logo) {
-    PLAYER_GUARD("VideoSetLogoString", libvlc_video_set_logo_string, );
+    PLAYER_GUARD_TFH("VideoSetLogoString", libvlc_video_set_logo_string, );
     rbText text(logo);
     vlcfn::_libvlc_video_set_logo_string(Player(self), static_cast<unsigned>(option), text.GetUTF8());
 }
@@ -335,12 +341,12 @@ static void VideoSetLogoString(REALobject self, RBInteger option, REALstring log
 #define PLAYER_OPTION_GET(Name, Type, traceName, fn, convert)                      \
     static Type Name(REALobject self, RBInteger option) {                          \
         using Result = Type;                                                       \
-        PLAYER_GUARD(traceName, fn, Result());                                     \
+        PLAYER_GUARD_TFH(traceName, fn, Result());                                 \
         return convert(vlcfn::_##fn(Player(self), static_cast<unsigned>(option))); \
     }
 #define PLAYER_OPTION_SET(Name, Type, traceName, fn, convert)                      \
     static void Name(REALobject self, RBInteger option, Type value) {              \
-        PLAYER_GUARD(traceName, fn, );                                             \
+        PLAYER_GUARD_TFH(traceName, fn, );                                         \
         vlcfn::_##fn(Player(self), static_cast<unsigned>(option), convert(value)); \
     }
 
@@ -355,42 +361,42 @@ PLAYER_OPTION_GET(VideoGetLogo, RBInteger, "VideoGetLogo", libvlc_video_get_logo
 PLAYER_OPTION_SET(VideoSetLogo, RBInteger, "VideoSetLogo", libvlc_video_set_logo_int, NARROW)
 
 static void VideoSetMarqueeString(REALobject self, RBInteger option, REALstring value) {
-    PLAYER_GUARD("VideoSetMarqueeString", libvlc_video_set_marquee_string, );
+    PLAYER_GUARD_TFH("VideoSetMarqueeString", libvlc_video_set_marquee_string, );
     rbText text(value);
     vlcfn::_libvlc_video_set_marquee_string(Player(self), static_cast<unsigned>(option), text.GetUTF8());
 }
 
 static void VideoSetDeinterlace(REALobject self, REALstring mode) {
-    PLAYER_GUARD("VideoSetDeinterlace", libvlc_video_set_deinterlace, );
+    PLAYER_GUARD_TFH("VideoSetDeinterlace", libvlc_video_set_deinterlace, );
     rbText text(mode);
     vlcfn::_libvlc_video_set_deinterlace(Player(self), mode != nullptr ? text.GetUTF8() : nullptr);
 }
 
 static RBBoolean SetAudioOutput(REALobject self, REALstring name) {
-    PLAYER_GUARD("SetAudioOutput", libvlc_audio_output_set, false);
+    PLAYER_GUARD_TFH("SetAudioOutput", libvlc_audio_output_set, false);
     rbText text(name);
     return vlcfn::_libvlc_audio_output_set(Player(self), text.GetUTF8()) == 0;
 }
 
 static void SetAudioOutputDevice(REALobject self, REALstring name, REALstring deviceID) {
-    PLAYER_GUARD("SetAudioOutputDevice", libvlc_audio_output_device_set, );
+    PLAYER_GUARD_TFH("SetAudioOutputDevice", libvlc_audio_output_device_set, );
     rbText module(name), device(deviceID);
     vlcfn::_libvlc_audio_output_device_set(Player(self), module.GetUTF8(), device.GetUTF8());
 }
 
 static RBInteger GetChapterCountForTitle(REALobject self, RBInteger title) {
-    PLAYER_GUARD("GetChapterCountForTitle", libvlc_media_player_get_chapter_count_for_title, 0);
+    PLAYER_GUARD_TFH("GetChapterCountForTitle", libvlc_media_player_get_chapter_count_for_title, 0);
     return vlcfn::_libvlc_media_player_get_chapter_count_for_title(Player(self), static_cast<int>(title));
 }
 
 static RBBoolean SetSubtitleFile(REALobject self, REALstring filename) {
-    PLAYER_GUARD("SetSubtitleFile", libvlc_video_set_subtitle_file, false);
+    PLAYER_GUARD_TFH("SetSubtitleFile", libvlc_video_set_subtitle_file, false);
     rbText text(filename);
     return LowByte(vlcfn::_libvlc_video_set_subtitle_file(Player(self), text.GetUTF8()));
 }
 
 static RBBoolean VideoTakeSnapshot(REALobject self, RBInteger num, REALstring path, RBInteger width, RBInteger height) {
-    PLAYER_GUARD("VideoTakeSnapshot", libvlc_video_take_snapshot, false);
+    PLAYER_GUARD_TFH("VideoTakeSnapshot", libvlc_video_take_snapshot, false);
     rbText text(path);
     return vlcfn::_libvlc_video_take_snapshot(Player(self), static_cast<unsigned>(num), text.GetUTF8(),
                                               static_cast<unsigned>(width), static_cast<unsigned>(height)) == 0;
@@ -398,13 +404,13 @@ static RBBoolean VideoTakeSnapshot(REALobject self, RBInteger num, REALstring pa
 
 // libvlc copies the settings: the equalizer object is not kept.
 static void SetEqualizer(REALobject self, REALobject equalizer) {
-    PLAYER_GUARD("SetEqualizer", libvlc_media_player_set_equalizer, );
+    PLAYER_GUARD_TFH("SetEqualizer", libvlc_media_player_set_equalizer, );
     auto handle = reinterpret_cast<libvlc_equalizer_t*>(HandleOf(equalizer, VLCEqualizerQRVClass));
     vlcfn::_libvlc_media_player_set_equalizer(Player(self), handle);
 }
 
 static void VideoSetFormat(REALobject self, REALstring chroma, uint32_t width, uint32_t height, uint32_t pitch) {
-    PLAYER_GUARD("VideoSetFormat", libvlc_video_set_format, );
+    PLAYER_GUARD_TFH("VideoSetFormat", libvlc_video_set_format, );
     rbText text(chroma);
     vlcfn::_libvlc_video_set_format(Player(self), text.GetUTF8(), width, height, pitch);
 }
@@ -460,7 +466,7 @@ REALproperty kProperties[] = {
     QRV_READONLY_PROPERTY("IsPlaying", "boolean", IsPlaying),
     QRV_PROPERTY("AudioChannel", "integer", GetChannel, SetChannel),
     QRV_FIELD_PROPERTY("Handle", "Integer", MediaPlayerData, handle),
-    QRV_FIELD_PROPERTY("HasNewFrame", "Boolean", MediaPlayerData, hasNewFrame),
+    QRV_PROPERTY("HasNewFrame", "Boolean", GetHasNewFrame, SetHasNewFrame),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaPlayerData, vlc),
     QRV_READONLY_FIELD_PROPERTY("Tag", "Variant", MediaPlayerData, tag),
 };

@@ -23,7 +23,10 @@ struct MediaPlayerData {
     void* dataProvider;
     REALobject tag;    // Variant
     REALobject media;  // VLCMediaQRV, locked
+    // Bytes allocated for frameBuffer. It only grows over the player's life: a
+    // video output opened with an earlier size keeps writing that many bytes.
+    int64_t frameBufferBytes;
 };
-static_assert(sizeof(MediaPlayerData) == 18 * 8);
+static_assert(sizeof(MediaPlayerData) == 19 * 8);
 
 inline MediaPlayerData& PlayerOf(REALobject object) { return DataOf<MediaPlayerData>(object, VLCMediaPlayerQRVClass); }

@@ -5,6 +5,7 @@
 
 #include "binding/vlc_table.h"
 #include "plugin/exceptions.h"
+#include "plugin/host_entries.h"
 #include "plugin/trace.h"
 
 inline bool FunctionLoaded(const void* entry, const char* entryName) {
@@ -37,3 +38,12 @@ inline bool HandleReady(int64_t handle) {
     TRACE(traceName);                          \
     if (!VLC_NEED(fn)) return zero;            \
     if (!HandleReady(handle)) return zero
+
+// The destructor of a wrapper owning one libvlc reference and holding its
+// instance: release (when libvlc has the function), clear the handle, unlock VLC.
+template <typename Object>
+void ReleaseHandleAndInstance(int64_t& handle, void (*release)(Object*), REALobject& vlc) {
+    if (handle != 0 && release != nullptr) release(reinterpret_cast<Object*>(handle));
+    handle = 0;
+    ReleaseField(vlc);
+}

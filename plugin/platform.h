@@ -46,9 +46,10 @@ void PlatformReleaseCopiedImage(void* image);
 
 // Pixel layouts of a locked picture's rows, as 32-bit words.
 enum class PixelLayout {
-    AlphaHigh,  // 0xAARRGGBB words (cairo ARGB32/RGB24, CG alpha-first little-endian)
-    AlphaLow,   // 0xRRGGBBAA words (CG alpha-last)
-    RowTable,   // gd true-colour rows: 0x00RRGGBB, alpha 0 is opaque
+    AlphaHigh,   // CG alpha-first little-endian words: 0xAARRGGBB, red taken from the frame's first byte
+    AlphaLow,    // CG alpha-last words: 0xRRGGBBAA, red taken from the frame's first byte
+    NativeARGB,  // cairo ARGB32/RGB24: native-endian 0xAARRGGBB, the frame's own red, green and blue
+    RowTable,    // gd true-colour rows: 0x00RRGGBB, alpha 0 is opaque
     Other,
 };
 

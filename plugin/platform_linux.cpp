@@ -195,6 +195,7 @@ void PlatformReleaseCopiedImage(void*) {}
 uint32_t PlatformNativePictureType() { return kPictureCairoContext; }
 
 bool PlatformNativePictureGeometry(const REALpictureDescription& description, PictureGeometry& out) {
+    if (description.pictureType != kPictureCairoContext) return false;  // not a cairo_t*
     auto* cr = static_cast<cairo_t*>(description.pictureData);
     if (cr == nullptr) return false;
     cairo_surface_t* surface = cairo_get_target(cr);
@@ -206,7 +207,7 @@ bool PlatformNativePictureGeometry(const REALpictureDescription& description, Pi
     out.height = cairo_image_surface_get_height(surface);
     out.rowBytes = cairo_image_surface_get_stride(surface);
     out.bitsPerPixel = (format == CAIRO_FORMAT_ARGB32 || format == CAIRO_FORMAT_RGB24) ? 32 : 0;
-    out.layout = out.bitsPerPixel == 32 ? PixelLayout::AlphaHigh : PixelLayout::Other;
+    out.layout = out.bitsPerPixel == 32 ? PixelLayout::NativeARGB : PixelLayout::Other;
     return out.base != nullptr;
 }
 

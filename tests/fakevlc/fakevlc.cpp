@@ -2,6 +2,9 @@
 // odd answers, events and log lines from worker threads. Every function of the
 // plug-in's list exists here as a weak default answering what the test set;
 // the behaviour tests need is written out below and overrides those defaults.
+#include <malloc.h>
+
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -61,7 +64,7 @@ int libvlc_media_get_stats(libvlc_media_t*, libvlc_media_stats_t* stats) {
     Answer a = AnswerOf("libvlc_media_get_stats");
     if (a.pointer == nullptr) return 0;
     *stats = *static_cast<const libvlc_media_stats_t*>(a.pointer);
-    return 1;
+    return a.integer != 0 ? static_cast<int>(a.integer) : 1;  // a test may answer any int
 }
 
 libvlc_media_t* libvlc_media_new_location(libvlc_instance_t*, const char* url) {
@@ -200,10 +203,11 @@ void libvlc_video_set_callbacks(libvlc_media_player_t*, libvlc_video_lock_cb loc
                                 libvlc_video_display_cb display, void* opaque) {
     Count("libvlc_video_set_callbacks");
     std::lock_guard<std::mutex> hold(S().lock);
-    S().lock_ = lock;
-    S().unlock = unlock;
-    S().display = display;
-    S().videoOpaque = opaque;
+    State::Video& v = S().video;
+    v.lock = lock;
+    v.unlock = unlock;
+    v.display = display;
+    v.opaque = opaque;
 }
 
 void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigned width, unsigned height,
@@ -213,6 +217,10 @@ void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigne
     RecordInt("libvlc_video_set_format.width", width);
     RecordInt("libvlc_video_set_format.height", height);
     RecordInt("libvlc_video_set_format.pitch", pitch);
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().video.width = width;
+    S().video.height = height;
+    S().video.pitch = pitch;
 }
 
 // Volume and mute remember what was set, as a real output would.
@@ -255,9 +263,9 @@ __attribute__((visibility("default"))) void fakevlc_reset(void) {
     s.logCallback = nullptr;
     s.logStream = nullptr;
     s.exitHandler = nullptr;
-    s.lock_ = nullptr;
-    s.unlock = nullptr;
-    s.display = nullptr;
+    s.video = {};
+    s.output = {};
+    s.outputOpen = false;
 }
 
 __attribute__((visibility("default"))) void fakevlc_set_int(const char* function, int64_t value) {
@@ -412,20 +420,52 @@ __attribute__((visibility("default"))) void fakevlc_request_exit(void) {
     worker.join();
 }
 
-__attribute__((visibility("default"))) int fakevlc_render_frame(uint32_t pixel) {
-    State& s = S();
-    if (s.lock_ == nullptr) return 0;
-    int64_t pitch = fakevlc_int("libvlc_video_set_format.pitch");
-    int64_t height = fakevlc_int("libvlc_video_set_format.height");
-    void* planes[3] = {nullptr, nullptr, nullptr};
-    void* picture = s.lock_(s.videoOpaque, planes);
-    if (planes[0] != nullptr && pitch > 0 && height > 0) {
-        auto* bytes = static_cast<uint8_t*>(planes[0]);
-        for (int64_t i = 0; i + 4 <= pitch * height; i += 4) memcpy(bytes + i, &pixel, 4);
+__attribute__((visibility("default"))) void fakevlc_vout(int open) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    S().outputOpen = open != 0;
+    S().output = S().video;
+}
+
+// Runs the lock callback, holds the frame for `milliseconds`, then unlocks,
+// as a slow decoder would.
+__attribute__((visibility("default"))) void fakevlc_hold_frame(int64_t milliseconds) {
+    State::Video v;
+    {
+        std::lock_guard<std::mutex> hold(S().lock);
+        v = S().outputOpen ? S().output : S().video;
     }
-    if (s.unlock) s.unlock(s.videoOpaque, picture, planes);
-    if (s.display) s.display(s.videoOpaque, picture);
-    return 1;
+    if (v.lock == nullptr) return;
+    void* planes[3] = {nullptr, nullptr, nullptr};
+    void* picture = v.lock(v.opaque, planes);
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    if (v.unlock) v.unlock(v.opaque, picture, planes);
+}
+
+__attribute__((visibility("default"))) int fakevlc_render_frame(int64_t frame) {
+    State::Video v;
+    {
+        std::lock_guard<std::mutex> hold(S().lock);
+        v = S().outputOpen ? S().output : S().video;
+    }
+    if (v.lock == nullptr) return 0;
+    void* planes[3] = {nullptr, nullptr, nullptr};
+    void* picture = v.lock(v.opaque, planes);
+    size_t needed = size_t{v.pitch} * v.height;
+    int result = 1;
+    if (planes[0] == nullptr || malloc_usable_size(planes[0]) < needed) {
+        result = -1;  // libvlc would write past the plane
+    } else {
+        auto* bytes = static_cast<uint8_t*>(planes[0]);
+        for (unsigned y = 0; y < v.height; ++y) {
+            uint8_t* row = bytes + size_t{y} * v.pitch;
+            memset(row, 0xEE, v.pitch);
+            for (unsigned x = 0; x < v.width && 4 * (x + 1) <= v.pitch; ++x)
+                for (int c = 0; c < 4; ++c) row[4 * x + c] = fakevlc_pattern(x, y, frame, c);
+        }
+    }
+    if (v.unlock) v.unlock(v.opaque, picture, planes);
+    if (v.display) v.display(v.opaque, picture);
+    return result;
 }
 
 }  // extern "C"

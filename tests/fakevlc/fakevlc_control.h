@@ -49,7 +49,29 @@ libvlc_event_manager_t* fakevlc_event_manager(void);
 void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
 // Exit: calls the installed exit handler on a new thread and joins it.
 void fakevlc_request_exit(void);
-// Video: runs lock, writes `pixel` (its 4 bytes in memory order) into every pixel
-// of the frame, then unlock and display, with the geometry of the last libvlc_video_set_format.
-int fakevlc_render_frame(uint32_t pixel);
+// Video: a video output opens (1) or closes (0). An open output keeps the callbacks
+// and the format it was opened with, as libvlc's memory output does.
+void fakevlc_vout(int open);
+// Runs lock, writes frame number `frame` of the pattern below into the plane
+// (pitch bytes a row, padding 0xEE), then unlock and display, with the open
+// output's format, else the last set. Answers 1; 0 without callbacks; -1,
+// writing nothing, when the plane is smaller than pitch x height.
+int fakevlc_render_frame(int64_t frame);
+// Runs the lock callback, waits `milliseconds`, then the unlock callback.
+void fakevlc_hold_frame(int64_t milliseconds);
+}
+
+// Byte c (memory order: 0 blue, 1 green, 2 red, 3 unused) of pixel (x, y) in
+// a rendered frame: every channel differs and depends on x, y and the frame.
+inline uint8_t fakevlc_pattern(int64_t x, int64_t y, int64_t frame, int c) {
+    switch (c) {
+        case 0:
+            return static_cast<uint8_t>(0x10 + 3 * x + frame);
+        case 1:
+            return static_cast<uint8_t>(0x80 + 5 * y + 7 * frame);
+        case 2:
+            return static_cast<uint8_t>(0xE0 ^ (x + 2 * y + 13 * frame));
+        default:
+            return static_cast<uint8_t>(29 * frame + 1);
+    }
 }

@@ -39,10 +39,18 @@ struct State {
     FILE* logStream = nullptr;
     void (*exitHandler)(void*) = nullptr;
     void* exitData = nullptr;
-    libvlc_video_lock_cb lock_ = nullptr;
-    libvlc_video_unlock_cb unlock = nullptr;
-    libvlc_video_display_cb display = nullptr;
-    void* videoOpaque = nullptr;
+    // What libvlc_video_set_callbacks and _set_format gave, and the copy a
+    // video output takes when it opens: libvlc's memory output keeps both.
+    struct Video {
+        libvlc_video_lock_cb lock = nullptr;
+        libvlc_video_unlock_cb unlock = nullptr;
+        libvlc_video_display_cb display = nullptr;
+        void* opaque = nullptr;
+        unsigned width = 0, height = 0, pitch = 0;
+    };
+    Video video;
+    Video output;
+    bool outputOpen = false;
     std::vector<libvlc_media_t*> media;
 };
 

@@ -226,6 +226,56 @@ TEST_F(WithFake, DestroyedInstanceIsUninitialised) {
     EXPECT_TRUE(RaisedNotInitialized(host));
 }
 
+// Values libvlc 3.0 would use unchecked as indexes raise before reaching it;
+// Stats reads libvlc's answer from its low byte.
+TEST_F(WithFake, IndexesLibvlcDoesNotCheckAndStatsAnswer) {
+    Value vlc = Instance();
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String("/x.mp4")});
+    host.Call(media, "SetMeta", {Value::Int(-1), host.String("x")});
+    EXPECT_TRUE(
+        qrvtest::Raised(host, "OutOfBoundsException",
+                        "The parameter meta to method SetMeta is too small. Range is 0 to 25, but value is -1."));
+    host.Call(media, "SetMeta", {Value::Int(100), host.String("x")});
+    EXPECT_TRUE(
+        qrvtest::Raised(host, "OutOfBoundsException",
+                        "The parameter meta to method SetMeta is too big. Range is 0 to 25, but value is 100."));
+    EXPECT_TRUE(host.Call(media, "Meta", {Value::Int(-1)}).IsNil());
+    EXPECT_EQ(host.exception->className, "OutOfBoundsException");
+    EXPECT_EQ(fake.calls("libvlc_media_set_meta") + fake.calls("libvlc_media_get_meta"), 0);
+    host.Call(media, "SetMeta", {Value::Int(25), host.String("x")});
+    EXPECT_EQ(fake.calls("libvlc_media_set_meta"), 1);
+
+    Value list = host.New("VLCMediaListQRV", {vlc});
+    fake.setInt("libvlc_media_list_count", 2);
+    for (int64_t index : {int64_t{-1}, int64_t{3}, int64_t{1} << 32}) {
+        EXPECT_FALSE(host.Call(list, "InsertMedia", {media, Value::Int(index)}).AsBool());
+        EXPECT_EQ(host.exception->className, "OutOfBoundsException") << index;
+    }
+    EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 0);
+    EXPECT_TRUE(host.Call(list, "InsertMedia", {media, Value::Int(2)}).AsBool()) << "appending is in range";
+    EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 1);
+
+    libvlc_media_stats_t stats{};
+    fake.setPtr("libvlc_media_get_stats", &stats);
+    fake.setInt("libvlc_media_get_stats", 256);
+    EXPECT_TRUE(host.Call(media, "Stats").IsNil());
+    fake.setInt("libvlc_media_get_stats", 257);
+    EXPECT_FALSE(host.Call(media, "Stats").IsNil());
+}
+
+// A media from bytes whose wrapper cannot be made is not released through a
+// missing libvlc_media_release.
+TEST(PartialFake, MediaFromDataWithoutReleaseOrWrapper) {
+    emu::HostOptions options;
+    options.refusedClasses = {"VLCMediaQRV"};
+    Host host(options);
+    FakeVLC partial(true);
+    ASSERT_TRUE(partial.LoadInto(host));
+    Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
+    EXPECT_TRUE(host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, host.String("bytes")}).IsNil());
+    EXPECT_EQ(partial.calls("libvlc_media_new_path"), 1);
+}
+
 TEST(PartialFake, SecondLoadLeavesMissingEntriesNull) {
     Host host;
     FakeVLC full(false), partial(true);

@@ -1,6 +1,7 @@
 // Media objects on Debian's libvlc 3.0, headless, with the bundled samples.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,6 +42,29 @@ protected:
     Host host;
     Value vlc;
 };
+
+// libvlc's error text exists only while an instance does.
+TEST(RealLibvlcErrors, ErrorTextOnlyWhileAnInstanceLives) {
+    Host host;
+    ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
+    {
+        Value vlc = qrvtest::HeadlessInstance(host);
+        Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+        EXPECT_FALSE(host.Call(listPlayer, "MoveNext").AsBool());
+        EXPECT_EQ(host.Text(host.CallShared("VLCInstanceQRV", "ErrorMessage")), "No media list");
+    }
+    EXPECT_EQ(host.LiveObjects(), 0u);
+    // Another library's thread key now takes the slot libvlc's key had.
+    static char otherLibrarysData[] = "not libvlc's";
+    pthread_key_t other;
+    ASSERT_EQ(pthread_key_create(&other, nullptr), 0);
+    pthread_setspecific(other, otherLibrarysData);
+    EXPECT_TRUE(host.CallShared("VLCInstanceQRV", "ErrorMessage").IsNil());
+    host.CallShared("VLCInstanceQRV", "ClearError");
+    EXPECT_EQ(pthread_getspecific(other), otherLibrarysData);
+    pthread_key_delete(other);
+    EXPECT_TRUE(NothingRaised(host));
+}
 
 TEST_F(RealLibvlc, InstanceListsOutputsAndFilters) {
     Value outputs = host.Call(vlc, "GetAudioOutputList");

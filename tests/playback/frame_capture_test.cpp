@@ -1,11 +1,15 @@
 // Frame capture driven by the fake libvlc's video thread stand-in, which
-// renders known pixels through the callbacks the plug-in installed.
+// renders a per-pixel pattern through the callbacks the plug-in installed, so
+// every copy is checked for stride, orientation and channel order.
 #include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 #include <vector>
 
+#include "tests/fakevlc/fakevlc_control.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -17,12 +21,21 @@ using qrvtest::FakeVLC;
 using qrvtest::NothingRaised;
 using qrvtest::Raised;
 
-// Bytes b0, b1, b2, b3 in memory order.
-uint32_t Pixel(uint8_t b0, uint8_t b1, uint8_t b2, uint8_t b3) {
-    uint32_t word;
-    uint8_t bytes[4] = {b0, b1, b2, b3};
-    memcpy(&word, bytes, 4);
-    return word;
+// The first pixel of rows laid out rowBytes apart whose bytes differ from
+// frame `frame` of the fake's pattern, or "" when all match.
+std::string PatternMismatch(const uint8_t* rows, int64_t width, int64_t height, int64_t rowBytes, int64_t frame) {
+    for (int64_t y = 0; y < height; ++y)
+        for (int64_t x = 0; x < width; ++x)
+            for (int c = 0; c < 4; ++c)
+                if (rows[y * rowBytes + 4 * x + c] != fakevlc_pattern(x, y, frame, c))
+                    return "byte " + std::to_string(c) + " of (" + std::to_string(x) + ", " + std::to_string(y) + ")";
+    return "";
+}
+
+// The pattern pixel as opaque 0xAARRGGBB: the frame's third byte is red.
+uint32_t PatternARGB(int64_t x, int64_t y, int64_t frame) {
+    return 0xFF000000u | uint32_t{fakevlc_pattern(x, y, frame, 2)} << 16 |
+           uint32_t{fakevlc_pattern(x, y, frame, 1)} << 8 | fakevlc_pattern(x, y, frame, 0);
 }
 
 class Capture : public ::testing::Test {
@@ -43,6 +56,17 @@ protected:
         host.reset();
     }
     bool HasNewFrame() { return host->Get(player, "HasNewFrame").AsBool(); }
+    void SetCallback(int64_t width, int64_t height, int64_t context = 0) {
+        host->Call(player, "VideoSetCallback", {Value::Int(width), Value::Int(height), Value::Int(context)});
+    }
+    // Every pixel of a picture against frame `frame` of the pattern.
+    std::string PictureMismatch(const Value& picture, int width, int height, int64_t frame) {
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                if (host->PixelARGB(picture, x, y) != PatternARGB(x, y, frame))
+                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ")";
+        return "";
+    }
 
     FakeVLC fake;
     std::unique_ptr<Host> host;
@@ -52,106 +76,136 @@ protected:
 TEST_F(Capture, FramesLandInTheBufferAndEveryReadClearsTheFlag) {
     EXPECT_TRUE(host->Call(player, "GetMemory").AsPtr() == nullptr);
     EXPECT_TRUE(host->Call(player, "CopyMemory").IsNil());
-    host->Call(player, "VideoSetCallback", {Value::Int(640), Value::Int(480)});
+    SetCallback(40, 30);
     ASSERT_TRUE(NothingRaised(*host));
     EXPECT_EQ(fake.Text("libvlc_video_set_format.chroma"), "RV32");
-    EXPECT_EQ(fake.integer("libvlc_video_set_format.width"), 640);
-    EXPECT_EQ(fake.integer("libvlc_video_set_format.pitch"), 2560);
+    EXPECT_EQ(fake.integer("libvlc_video_set_format.width"), 40);
+    EXPECT_EQ(fake.integer("libvlc_video_set_format.height"), 30);
+    EXPECT_EQ(fake.integer("libvlc_video_set_format.pitch"), 160);
     EXPECT_FALSE(HasNewFrame());
-    ASSERT_TRUE(fake.renderFrame(Pixel(0x10, 0x20, 0x30, 0x00)));
+    ASSERT_EQ(fake.renderFrame(1), 1);
     EXPECT_TRUE(HasNewFrame());
 
     auto* live = static_cast<uint8_t*>(host->Call(player, "GetMemory").AsPtr());
     ASSERT_NE(live, nullptr);
-    EXPECT_EQ(live[4 * 1000 + 2], 0x30);
+    EXPECT_EQ(PatternMismatch(live, 40, 30, 160, 1), "");
     EXPECT_FALSE(HasNewFrame());
 
-    fake.renderFrame(Pixel(1, 2, 3, 4));
-    Value block = host->Call(player, "CopyMemory");
-    std::vector<uint8_t> bytes = host->MemoryBytes(block);
-    ASSERT_EQ(bytes.size(), 640u * 480 * 4);
-    EXPECT_EQ(bytes[bytes.size() - 4], 1);
-    EXPECT_EQ(bytes[bytes.size() - 1], 4);
+    fake.renderFrame(2);
+    EXPECT_TRUE(HasNewFrame());
+    std::vector<uint8_t> bytes = host->MemoryBytes(host->Call(player, "CopyMemory"));
+    ASSERT_EQ(bytes.size(), 40u * 30 * 4);
+    EXPECT_EQ(PatternMismatch(bytes.data(), 40, 30, 160, 2), "");
     EXPECT_FALSE(HasNewFrame());
 }
 
-TEST_F(Capture, CopyToMemoryChecksRowBytesAndOffset) {
-    host->Call(player, "VideoSetCallback", {Value::Int(640), Value::Int(3)});
-    fake.renderFrame(Pixel(9, 8, 7, 6));
-    std::vector<uint8_t> dest(4096 * 3 + 16, 0);
+TEST_F(Capture, CopyToMemoryChecksRowBytesOffsetAndDestination) {
+    SetCallback(640, 3);
+    fake.renderFrame(3);
+    std::vector<uint8_t> dest(16 + 4096 * 3, 0);
     Value pointer = Value::Pointer(dest.data());
     EXPECT_FALSE(host->Call(player, "CopyToMemory", {pointer, Value::Int(0), Value::Int(2559)}).AsBool());
     EXPECT_TRUE(HasNewFrame()) << "a refused copy leaves the flag";
     EXPECT_FALSE(host->Call(player, "CopyToMemory", {pointer, Value::Int(-1), Value::Int(4096)}).AsBool());
     EXPECT_TRUE(HasNewFrame());
+    EXPECT_FALSE(
+        host->Call(player, "CopyToMemory", {Value::Pointer(nullptr), Value::Int(0), Value::Int(4096)}).AsBool());
+    EXPECT_TRUE(Raised(*host, "NilObjectException", "dest parameter is nil"));
+    EXPECT_TRUE(HasNewFrame());
     EXPECT_TRUE(host->Call(player, "CopyToMemory", {pointer, Value::Int(16), Value::Int(4096)}).AsBool());
     EXPECT_FALSE(HasNewFrame());
-    EXPECT_EQ(dest[15], 0);
-    EXPECT_EQ(dest[16], 9);
-    EXPECT_EQ(dest[16 + 2559], 6) << "a row is 2560 bytes";
-    EXPECT_EQ(dest[16 + 2560], 0) << "and the next starts 4096 bytes on";
-    EXPECT_EQ(dest[16 + 4096], 9);
-    EXPECT_EQ(dest[16 + 2 * 4096 + 2559], 6);
+    EXPECT_EQ(PatternMismatch(dest.data() + 16, 640, 3, 4096, 3), "");
+    for (size_t i : {size_t{0}, size_t{15}, size_t{16 + 2560}, size_t{16 + 4095}, size_t{16 + 4096 + 2560}})
+        EXPECT_EQ(dest[i], 0) << "byte " << i << " lies outside the rows";
 }
 
-TEST_F(Capture, BufferSizesAndReconfiguration) {
-    host->Call(player, "VideoSetCallback", {Value::Int(0), Value::Int(480)});
+TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
+    SetCallback(0, 480);
     EXPECT_TRUE(Raised(*host, "OutOfMemoryException", "Failed to allocate 0 bytes of memory for picture buffer."));
     EXPECT_TRUE(host->Call(player, "GetMemory").AsPtr() == nullptr);
     EXPECT_EQ(fake.calls("libvlc_video_set_callbacks"), 0);
 
-    host->Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
-    fake.renderFrame(Pixel(0xFF, 0xFF, 0xFF, 0xFF));
-    host->Call(player, "VideoSetCallback", {Value::Int(32), Value::Int(16)});
+    SetCallback(64, 48);
+    fake.vout(1);  // playback: the output keeps 64 x 48
+    SetCallback(0, 48);
+    EXPECT_TRUE(Raised(*host, "OutOfMemoryException", "Failed to allocate 0 bytes of memory for picture buffer."));
+    EXPECT_EQ(fake.renderFrame(4), 1) << "the failed call left the buffer libvlc writes into";
+    SetCallback(32, 16);
+    EXPECT_EQ(fake.renderFrame(5), 1) << "a smaller size while the output runs";
+    fake.vout(0);
+    EXPECT_EQ(fake.renderFrame(6), 1);
     auto* fresh = static_cast<uint8_t*>(host->Call(player, "GetMemory").AsPtr());
     ASSERT_NE(fresh, nullptr);
-    EXPECT_EQ(std::vector<uint8_t>(fresh, fresh + 32 * 16 * 4), std::vector<uint8_t>(32 * 16 * 4, 0));
+    EXPECT_EQ(PatternMismatch(fresh, 32, 16, 128, 6), "") << "the next output uses the new size";
+    SetCallback(8, 2);
+    fresh = static_cast<uint8_t*>(host->Call(player, "GetMemory").AsPtr());
+    EXPECT_EQ(std::vector<uint8_t>(fresh, fresh + 8 * 2 * 4), std::vector<uint8_t>(8 * 2 * 4, 0)) << "zero-filled";
 
-    host->Call(player, "VideoSetCallback", {Value::Int(40000), Value::Int(1)});
+    SetCallback(40000, 1);
     EXPECT_TRUE(NothingRaised(*host));
     EXPECT_TRUE(host->Call(player, "CopyPicture").IsNil());
-    host->Call(player, "VideoSetCallback", {Value::Int(32767), Value::Int(1)});
+    SetCallback(32767, 1);
     EXPECT_FALSE(host->Call(player, "CopyPicture").IsNil());
     EXPECT_TRUE(host->Call(player, "CopyCGImage").IsNil()) << "no image class here";
 }
 
-TEST_F(Capture, CopyPictureChannelOrderOnGd) {
-    host->Call(player, "VideoSetCallback", {Value::Int(8), Value::Int(4)});
-    fake.renderFrame(Pixel(0x10, 0x20, 0x30, 0x99));
+// While the decoder holds a frame (lock to unlock), every reader waits.
+TEST_F(Capture, ReadersWaitForTheFrameTheDecoderHolds) {
+    SetCallback(16, 16);
+    SetCallback(16, 16);  // the mutex outlives reconfiguration
+    fake.renderFrame(1);
+    using Clock = std::chrono::steady_clock;
+    auto waited = [&](const std::function<void()>& read) {
+        std::thread decoder(fake.holdFrame, 400);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        Clock::time_point start = Clock::now();
+        read();
+        auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+        decoder.join();
+        return elapsed.count();
+    };
+    EXPECT_GE(waited([&] { host->Call(player, "CopyMemory"); }), 200);
+    EXPECT_GE(waited([&] { HasNewFrame(); }), 200);
+    EXPECT_GE(waited([&] { host->Call(player, "CopyPicture"); }), 200);
+}
+
+TEST_F(Capture, CopyPictureOnGdPixelByPixel) {
+    SetCallback(24, 10);
+    fake.renderFrame(7);
     int clears = host->clearCacheCalls;
     Value picture = host->Call(player, "CopyPicture");
     ASSERT_FALSE(picture.IsNil());
     EXPECT_EQ(host->PictureKindOf(picture), emu::PictureKind::Gd);
-    // gd rows take b0 + b1 * 256 + b2 * 65536: the third byte lands in red.
-    EXPECT_EQ(host->PixelARGB(picture, 7, 3), 0xFF302010u);
+    EXPECT_EQ(PictureMismatch(picture, 24, 10, 7), "");
     EXPECT_EQ(host->clearCacheCalls, clears + 1);
     EXPECT_FALSE(HasNewFrame());
 }
 
-TEST_F(Capture, CopyPictureChannelOrderOnCairo) {
+// cairo's ARGB32 is native-endian: the same colours as gd and the drawn context.
+TEST_F(Capture, CopyPictureOnCairoPixelByPixel) {
     TearDown();
     HostOptions options;
     options.pictures = emu::PictureKind::Cairo;
     Start(options);
-    host->Call(player, "VideoSetCallback", {Value::Int(8), Value::Int(4)});
-    fake.renderFrame(Pixel(0x10, 0x20, 0x30, 0x99));
+    SetCallback(24, 10);
+    fake.renderFrame(8);
     Value picture = host->Call(player, "CopyPicture");
     ASSERT_FALSE(picture.IsNil());
     EXPECT_EQ(host->PictureKindOf(picture), emu::PictureKind::Cairo);
-    // Alpha in the high byte, the first byte as red.
-    EXPECT_EQ(host->PixelARGB(picture, 0, 0), 0xFF102030u);
+    EXPECT_EQ(PictureMismatch(picture, 24, 10, 8), "");
 }
 
 TEST_F(Capture, FramesArePaintedIntoACairoContext) {
     cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 16, 8);
     cairo_t* cr = cairo_create(surface);
-    host->Call(player, "VideoSetCallback", {Value::Int(16), Value::Int(8), Value::Int(reinterpret_cast<int64_t>(cr))});
+    SetCallback(16, 8, reinterpret_cast<int64_t>(cr));
     cairo_destroy(cr);  // the player keeps its own reference
-    fake.renderFrame(Pixel(0x11, 0x22, 0x33, 0x00));
+    fake.renderFrame(9);
     cairo_surface_flush(surface);
     auto* pixels = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(surface));
-    // BGRX bytes read as a little-endian word: red 0x33, green 0x22, blue 0x11, opaque.
-    EXPECT_EQ(pixels[5], 0xFF332211u);
+    int stride = cairo_image_surface_get_stride(surface) / 4;
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 16; ++x) ASSERT_EQ(pixels[y * stride + x], PatternARGB(x, y, 9)) << x << ", " << y;
     player = Value();  // the destructor gives the context back
     cairo_surface_destroy(surface);
 }
@@ -183,6 +237,18 @@ TEST_F(Capture, LowByteAndSignedByteAnswers) {
     EXPECT_TRUE(NothingRaised(*host));
 }
 
+TEST_F(Capture, TitlePositionsOutsideLibvlcsTableRaise) {
+    for (int64_t position : {int64_t{1} << 31, int64_t{9}, int64_t{-2}}) {
+        host->Call(player, "SetVideoTitleDisplay", {Value::Int(position), Value::Int(0)});
+        EXPECT_EQ(host->exception->className, "OutOfBoundsException") << position;
+    }
+    EXPECT_EQ(fake.calls("libvlc_media_player_set_video_title_display"), 0);
+    host->Call(player, "SetVideoTitleDisplay", {Value::Int(-1), Value::Int(0)});
+    host->Call(player, "SetVideoTitleDisplay", {Value::Int(8), Value::Int(0)});
+    EXPECT_TRUE(NothingRaised(*host));
+    EXPECT_EQ(fake.calls("libvlc_media_player_set_video_title_display"), 2);
+}
+
 TEST(PlayerPartialFake, MissingFunctionsAreReportedBeforeTheHandle) {
     Host host;
     FakeVLC partial(true);
@@ -194,6 +260,11 @@ TEST(PlayerPartialFake, MissingFunctionsAreReportedBeforeTheHandle) {
     EXPECT_TRUE(qrvtest::RaisedMissing(host, "_libvlc_media_player_set_equalizer"));
     host.Get(player, "Volume");
     EXPECT_TRUE(qrvtest::RaisedNotInitialized(host));
+    // MovePrevious tests the function it calls.
+    Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
+    Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+    EXPECT_FALSE(host.Call(listPlayer, "MovePrevious").AsBool());
+    EXPECT_TRUE(qrvtest::RaisedMissing(host, "_libvlc_media_list_player_previous"));
 }
 
 TEST(ListPlayerWithFake, ModeAndPlayerReferences) {
@@ -207,6 +278,15 @@ TEST(ListPlayerWithFake, ModeAndPlayerReferences) {
     Value p = host.New("VLCMediaPlayerQRV", {vlc});
     Value q = host.New("VLCMediaPlayerQRV", {vlc});
     int64_t pLocks = host.LockCount(p);
+    // libvlc would read the missing list.
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String("/x.mp4")});
+    EXPECT_FALSE(host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)}).AsBool());
+    EXPECT_TRUE(Raised(host, "NilObjectException", "List is nil"));
+    EXPECT_FALSE(host.Call(listPlayer, "PlayItem", {media}).AsBool());
+    EXPECT_TRUE(Raised(host, "NilObjectException", "List is nil"));
+    EXPECT_EQ(
+        fake.calls("libvlc_media_list_player_play_item_at_index") + fake.calls("libvlc_media_list_player_play_item"),
+        0);
     host.Call(listPlayer, "SetMediaPlayer", {p});
     EXPECT_EQ(host.Get(listPlayer, "Player").AsObject(), p.AsObject());
     host.Call(listPlayer, "SetMediaPlayer", {q});

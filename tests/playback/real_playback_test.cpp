@@ -1,5 +1,8 @@
 // The media player and the list player on Debian's libvlc 3.0, headless.
+#include <cairo.h>
 #include <gtest/gtest.h>
+
+#include <array>
 
 #include <chrono>
 #include <cstdlib>
@@ -147,26 +150,82 @@ TEST_F(RealPlayback, ListPlayerWalksTwoSamples) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
-TEST_F(RealPlayback, DecodedSolidColoursReachTheBuffer) {
-    Value player = PlayerFor("solid.mp4");
-    host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
+// quadrants.mp4: red, green, blue and white quadrants inside a one-pixel black
+// border, 64 x 48. The colour (red, green, blue) pixel (x, y) should have.
+std::array<int, 3> QuadrantColour(int x, int y) {
+    if (x == 0 || y == 0 || x == 63 || y == 47) return {0, 0, 0};
+    if (y < 24) return x < 32 ? std::array<int, 3>{255, 0, 0} : std::array<int, 3>{0, 255, 0};
+    return x < 32 ? std::array<int, 3>{0, 0, 255} : std::array<int, 3>{255, 255, 255};
+}
+
+// The first of the 64 x 48 pixels whose colour is off by more than the codec's
+// rounding, or "". read(x, y) answers 0xAARRGGBB.
+std::string QuadrantMismatch(const std::function<uint32_t(int, int)>& read) {
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x) {
+            uint32_t argb = read(x, y);
+            std::array<int, 3> want = QuadrantColour(x, y);
+            int got[3] = {int(argb >> 16 & 0xFF), int(argb >> 8 & 0xFF), int(argb & 0xFF)};
+            for (int c = 0; c < 3; ++c)
+                if (std::abs(got[c] - want[c]) > 8)
+                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ") reads " + std::to_string(got[0]) +
+                           "," + std::to_string(got[1]) + "," + std::to_string(got[2]);
+        }
+    return "";
+}
+
+// RV32 bytes B, G, R, X read as 0xAARRGGBB.
+uint32_t FromBGRX(const uint8_t* pixel) { return 0xFF000000u | pixel[2] << 16 | pixel[1] << 8 | pixel[0]; }
+
+// Plays the clip into a 64 x 48 buffer (and the context, if any) until frames arrive.
+void PlayQuadrants(Host& host, const Value& player, cairo_t* context) {
+    host.Call(player, "VideoSetCallback",
+              {Value::Int(64), Value::Int(48), Value::Int(reinterpret_cast<int64_t>(context))});
     ASSERT_TRUE(host.Call(player, "Play").AsBool());
-    ASSERT_TRUE(WaitFor([&] { return host.Get(player, "HasNewFrame").AsBool(); }));
+    ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 5000ms));
     host.PumpFor(200ms);
-    std::vector<uint8_t> frame(64 * 48 * 4);
+}
+
+TEST_F(RealPlayback, DecodedQuadrantsPixelByPixelInEveryCopy) {
+    Value player = PlayerFor("quadrants.mp4");
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 64, 48);
+    cairo_t* context = cairo_create(surface);
+    PlayQuadrants(host, player, context);
+    cairo_destroy(context);
+
+    std::vector<uint8_t> rows(8 + 300 * 48);
     ASSERT_TRUE(
-        host.Call(player, "CopyToMemory", {Value::Pointer(frame.data()), Value::Int(0), Value::Int(256)}).AsBool());
-    auto at = [&](int x, int y, int channel) { return frame[(y * 64 + x) * 4 + channel]; };
-    // B, G, R, X: left half red, right half blue.
-    EXPECT_LE(at(8, 24, 0), 8);
-    EXPECT_LE(at(8, 24, 1), 8);
-    EXPECT_GE(at(8, 24, 2), 247);
-    EXPECT_GE(at(56, 24, 0), 247);
-    EXPECT_LE(at(56, 24, 2), 8);
+        host.Call(player, "CopyToMemory", {Value::Pointer(rows.data()), Value::Int(8), Value::Int(300)}).AsBool());
+    EXPECT_EQ(QuadrantMismatch([&](int x, int y) { return FromBGRX(&rows[8 + y * 300 + x * 4]); }), "");
+    std::vector<uint8_t> block = host.MemoryBytes(host.Call(player, "CopyMemory"));
+    ASSERT_EQ(block.size(), 64u * 48 * 4);
+    EXPECT_EQ(QuadrantMismatch([&](int x, int y) { return FromBGRX(&block[(y * 64 + x) * 4]); }), "");
     Value picture = host.Call(player, "CopyPicture");
-    ASSERT_FALSE(picture.IsNil());
-    // gd rows read the third byte (red here) as red.
-    EXPECT_GE((host.PixelARGB(picture, 8, 24) >> 16) & 0xFF, 247u);
+    ASSERT_EQ(host.PictureKindOf(picture), emu::PictureKind::Gd);
+    EXPECT_EQ(QuadrantMismatch([&](int x, int y) { return host.PixelARGB(picture, x, y); }), "") << "gd picture";
+    host.Call(player, "Stop");
+
+    cairo_surface_flush(surface);
+    auto* drawn = cairo_image_surface_get_data(surface);
+    int stride = cairo_image_surface_get_stride(surface);
+    EXPECT_EQ(QuadrantMismatch([&](int x, int y) { return FromBGRX(drawn + y * stride + x * 4); }), "")
+        << "drawn context";
+    player = Value();
+    cairo_surface_destroy(surface);
+}
+
+TEST(RealPlaybackCairo, DecodedQuadrantsInACairoPicture) {
+    emu::HostOptions options;
+    options.pictures = emu::PictureKind::Cairo;
+    Host host(options);
+    ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
+    Value vlc = qrvtest::HeadlessInstance(host);
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(SamplePath("quadrants.mp4"))});
+    Value player = host.New("VLCMediaPlayerQRV", {media});
+    PlayQuadrants(host, player, nullptr);
+    Value picture = host.Call(player, "CopyPicture");
+    ASSERT_EQ(host.PictureKindOf(picture), emu::PictureKind::Cairo);
+    EXPECT_EQ(QuadrantMismatch([&](int x, int y) { return host.PixelARGB(picture, x, y); }), "");
     host.Call(player, "Stop");
 }
 

@@ -86,6 +86,8 @@ public:
         Bind(log, "fakevlc_log");
         Bind(requestExit, "fakevlc_request_exit");
         Bind(renderFrame, "fakevlc_render_frame");
+        Bind(vout, "fakevlc_vout");
+        Bind(holdFrame, "fakevlc_hold_frame");
         if (reset) reset();
     }
     bool Loaded() const { return handle_ != nullptr && reset != nullptr; }
@@ -114,7 +116,9 @@ public:
     libvlc_event_manager_t* (*eventManager)() = nullptr;
     void (*log)(int, const char*, const char*, unsigned, const char*, int) = nullptr;
     void (*requestExit)() = nullptr;
-    int (*renderFrame)(uint32_t) = nullptr;
+    int (*renderFrame)(int64_t frame) = nullptr;
+    void (*vout)(int open) = nullptr;
+    void (*holdFrame)(int64_t milliseconds) = nullptr;
 
 private:
     template <typename Fn>

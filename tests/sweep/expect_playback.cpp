@@ -162,8 +162,8 @@ SWEEP_CLASS(MediaListPlayer) {
                {"Pause", "libvlc_media_list_player_pause"},
                {"Stop", "libvlc_media_list_player_stop"},
                {"MoveNext as Boolean", "libvlc_media_list_player_next"},
-               // Its availability check names `next`.
-               {"MovePrevious as Boolean", "libvlc_media_list_player_next"},
+               // It tests the function it calls (README lists the departure).
+               {"MovePrevious as Boolean", "libvlc_media_list_player_previous"},
                {"PlayItemAtIndex(index as integer) as Boolean", "libvlc_media_list_player_play_item_at_index"},
                {"IsPlaying as boolean", "libvlc_media_list_player_is_playing"},
                {"State as integer", "libvlc_media_list_player_get_state"},
