@@ -73,20 +73,21 @@ struct KnownCrash {
     std::vector<int> rows;
 };
 const KnownCrash kKnownCrashes[] = {
-    {"VLCMediaQRV SetMeta(meta as integer, value as string)", {0, 2, 3}},
+    {"VLCMediaQRV SetMeta(meta as integer, value as string)", {0, 2, 3, 4}},
     {"VLCMediaQRV Meta(type as integer) as string", {0, 2, 3}},
-    {"VLCMediaListQRV InsertMedia(item as VLCMediaQRV, index as integer) as boolean", {0, 2, 3}},
+    {"VLCMediaListQRV InsertMedia(item as VLCMediaQRV, index as integer) as boolean", {0, 2, 3, 4}},
     {"VLCMediaPlayerQRV SetVideoTitleDisplay(position as Integer, timeout as Integer)", {3}},
     {"VLCMediaPlayerQRV CopyToMemory(dest as Ptr, offset as integer, RowBytes as integer) as boolean", {2, 3}},
-    {"VLCMediaListPlayerQRV PlayItemAtIndex(index as integer) as Boolean", {1, 3}},
-    {"VLCMediaListPlayerQRV PlayItem(item as VLCMediaQRV) as Boolean", {0, 1, 2, 3}},
+    {"VLCMediaListPlayerQRV PlayItemAtIndex(index as integer) as Boolean", {1, 3, 4}},
+    {"VLCMediaListPlayerQRV PlayItem(item as VLCMediaQRV) as Boolean", {0, 1, 2, 3, 4}},
 };
 
 // ---- the hostile values, row by row ----------------------------------------
 
-constexpr int kRows = 4;
+constexpr int kRows = 5;
 const char* const kRowNames[kRows] = {"-1 / empty", "INT64_MIN / NaN / 1 MiB invalid UTF-8",
-                                      "INT64_MAX / +inf / odd-length UTF-16", "2^31 / -inf / unknown encoding"};
+                                      "INT64_MAX / +inf / odd-length UTF-16", "2^31 / -inf / unknown encoding",
+                                      "100 / 1e300 / format directives"};
 
 std::string Lower(std::string s) {
     for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
@@ -94,16 +95,11 @@ std::string Lower(std::string s) {
 }
 
 Value HostileString(Host& host, int row) {
-    switch (row) {
-        case 0:
-            return host.String("");
-        case 1:
-            return host.String(std::string(1 << 20, '\xC3'));  // lead bytes without their continuation
-        case 2:
-            return host.String(std::string("a\0b", 3), 0x100);  // UTF-16 with half a unit
-        default:
-            return host.String("abc", 0x7A7A7A7A);
-    }
+    if (row == 0) return host.String("");
+    if (row == 1) return host.String(std::string(1 << 20, '\xC3'));   // lead bytes without their continuation
+    if (row == 2) return host.String(std::string("a\0b", 3), 0x100);  // UTF-16 with half a unit
+    if (row == 3) return host.String("abc", 0x7A7A7A7A);
+    return host.String("%s%n%s%n%99999999d");
 }
 
 // Live objects of every class a parameter may declare, made once per child.
@@ -138,11 +134,12 @@ Value Objects::Of(const std::string& type) {
 }
 
 Value Hostile(Objects& objects, const std::string& type, int row, bool rawPointer) {
+    // 100 is past the end of every table an index selects (metadata, presets, bands, lists).
     static const int64_t integers[kRows] = {-1, std::numeric_limits<int64_t>::min(),
-                                            std::numeric_limits<int64_t>::max(), int64_t{1} << 31};
-    static const double doubles[kRows] = {-1, std::nan(""), INFINITY, -INFINITY};
+                                            std::numeric_limits<int64_t>::max(), int64_t{1} << 31, 100};
+    static const double doubles[kRows] = {-1, std::nan(""), INFINITY, -INFINITY, 1e300};
     if (type == "integer" || type == "int64" || type == "int32") return Value::Int(rawPointer ? 0 : integers[row]);
-    if (type == "uint32") return Value::UInt(row == 0 ? 0xFFFFFFFFu : 0x80000000u);
+    if (type == "uint32") return Value::UInt(row == 0 ? 0xFFFFFFFFu : row == kRows - 1 ? 100u : 0x80000000u);
     if (type == "double") return Value::Dbl(doubles[row]);
     if (type == "single") return Value::Sgl(static_cast<float>(doubles[row]));
     if (type == "boolean") return Value::Bool(row % 2 == 0);
@@ -245,8 +242,10 @@ bool Skipped(const HostileCall& call) {
 
 // ---- the child: runs the calls of one class from a given index -----------------
 
-void RunChild(const std::string& className, size_t start, int progress) {
-    Host host;
+void RunChild(const std::string& className, size_t start, int progress, bool cairoPictures) {
+    emu::HostOptions options;
+    if (cairoPictures) options.pictures = emu::PictureKind::Cairo;
+    Host host(options);
     if (!qrvtest::LoadRealLibvlc(host)) _exit(3);
     Objects objects{host, qrvtest::HeadlessInstance(host), {}};
     const emu::ClassInfo* cls = host.FindClass(className);
@@ -284,7 +283,8 @@ public:
     void SetUp() override {
         const char* className = getenv("QRV_HOSTILE_CLASS");
         if (className == nullptr) return;
-        RunChild(className, strtoull(getenv("QRV_HOSTILE_START"), nullptr, 10), atoi(getenv("QRV_HOSTILE_FD")));
+        RunChild(className, strtoull(getenv("QRV_HOSTILE_START"), nullptr, 10), atoi(getenv("QRV_HOSTILE_FD")),
+                 getenv("QRV_HOSTILE_CAIRO") != nullptr);
     }
 };
 [[maybe_unused]] ::testing::Environment* const gChild = ::testing::AddGlobalTestEnvironment(new ChildEnvironment);
@@ -300,7 +300,7 @@ struct ChildEnd {
 
 // Runs one child from call index start; a call that has not returned after
 // timeout seconds is a hang.
-ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds) {
+ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds, bool cairoPictures) {
     int fds[2];
     ChildEnd end;
     if (pipe(fds) != 0) return {false, "", "pipe failed"};
@@ -309,6 +309,7 @@ ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds)
     env.push_back("QRV_HOSTILE_CLASS=" + className);
     env.push_back("QRV_HOSTILE_START=" + std::to_string(start));
     env.push_back("QRV_HOSTILE_FD=" + std::to_string(fds[1]));
+    if (cairoPictures) env.push_back("QRV_HOSTILE_CAIRO=1");
     std::vector<char*> envp;
     for (std::string& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
@@ -358,14 +359,12 @@ ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds)
     return end;
 }
 
-class HostileSweep : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(HostileSweep, NoCallCrashesOrHangs) {
-    std::string className = GetParam();
+// Sweeps one class, child after child, and reports every call that crashed or hung.
+void SweepClass(const std::string& className, bool cairoPictures) {
     size_t start = 0;
     std::vector<std::string> faults;
     for (int children = 0; children < 100; ++children) {
-        ChildEnd end = RunFrom(className, start, 60);
+        ChildEnd end = RunFrom(className, start, 60, cairoPictures);
         if (end.done) {
             printf("%s: from call %zu on, %s\n", className.c_str(), start, end.summary.c_str());
             break;
@@ -376,6 +375,13 @@ TEST_P(HostileSweep, NoCallCrashesOrHangs) {
     }
     for (const std::string& fault : faults) ADD_FAILURE() << fault;
 }
+
+class HostileSweep : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(HostileSweep, NoCallCrashesOrHangs) { SweepClass(GetParam(), false); }
+
+// Desktop programs' pictures are cairo contexts: the player's picture members again with those.
+TEST(HostileSweepCairoPictures, MediaPlayer) { SweepClass("VLCMediaPlayerQRV", true); }
 
 INSTANTIATE_TEST_SUITE_P(EveryClass, HostileSweep, ::testing::ValuesIn(kClasses),
                          [](const auto& param) { return std::string(param.param); });
