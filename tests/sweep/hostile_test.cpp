@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <map>
@@ -152,9 +153,11 @@ Value Hostile(Objects& objects, const std::string& type, int row, bool rawPointe
 
 // ---- working objects ----------------------------------------------------------
 
+// The child's own copy of the sample: SaveMeta writes into the file.
+std::string SampleCopy(pid_t child) { return "/tmp/qrv-hostile-" + std::to_string(child) + ".mp4"; }
+
 Value Make(Host& host, const Value& vlc, const std::string& className) {
-    Value sample =
-        host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(qrvtest::SamplePath("sample.mp4"))});
+    Value sample = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(SampleCopy(getpid()))});
     if (className == "VLCInstanceQRV") return qrvtest::HeadlessInstance(host);
     if (className == "VLCMediaQRV") return sample;
     if (className == "VLCMediaListQRV") {
@@ -246,7 +249,10 @@ void RunChild(const std::string& className, size_t start, int progress, bool cai
     emu::HostOptions options;
     if (cairoPictures) options.pictures = emu::PictureKind::Cairo;
     Host host(options);
-    if (!qrvtest::LoadRealLibvlc(host)) _exit(3);
+    std::error_code copied;
+    std::filesystem::copy_file(qrvtest::SamplePath("sample.mp4"), SampleCopy(getpid()),
+                               std::filesystem::copy_options::overwrite_existing, copied);
+    if (copied || !qrvtest::LoadRealLibvlc(host)) _exit(3);
     Objects objects{host, qrvtest::HeadlessInstance(host), {}};
     const emu::ClassInfo* cls = host.FindClass(className);
     if (cls == nullptr || cls->record == nullptr) _exit(4);
@@ -349,6 +355,7 @@ ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds,
     close(fds[0]);
     int status = 0;
     waitpid(child, &status, 0);
+    unlink(SampleCopy(child).c_str());
     if (end.how.empty()) {
         if (WIFSIGNALED(status))
             end.how = std::string("killed by signal ") + strsignal(WTERMSIG(status));
