@@ -61,10 +61,7 @@ const char* const kBlocking[] = {"VLCInstanceQRV WaitUserInterface"};
 // Members whose value is a raw pointer the host hands through (a libvlc object,
 // a drawing context): no wrapper can check one, so they get 0 instead of hostile
 // integers, and the Handle setters are not called.
-bool IsRawPointer(const std::string& className, const std::string& name) {
-    (void)className;
-    return name == "Handle" || name == "CGContextHandle";
-}
+bool IsRawPointer(const std::string& name) { return name == "Handle" || name == "CGContextHandle"; }
 
 // Calls known to crash today, being fixed in media/ and playback/ on another
 // branch: "class member" and the row of values (see kRowNames). Empty this list
@@ -194,7 +191,7 @@ struct HostileCall {
 std::vector<Value> Arguments(Objects& objects, const emu::Declaration& d, int row) {
     std::vector<Value> args;
     for (const emu::Parameter& p : d.parameters) {
-        Value v = Hostile(objects, p.type, row, IsRawPointer("", p.name));
+        Value v = Hostile(objects, p.type, row, IsRawPointer(p.name));
         args.push_back(p.byref ? Value::Ref(v) : v);
     }
     return args;
@@ -212,7 +209,7 @@ void AddCalls(std::vector<HostileCall>& calls, const std::string& cls, const REA
     for (size_t i = 0; i < propertyCount; ++i) {
         const REALproperty* p = &properties[i];
         add(std::string("get ") + p->name, [p](Host& h, Objects&, const Value* self, int) { h.CallGetter(*p, self); });
-        if (p->setter != nullptr && !IsRawPointer(cls, p->name))
+        if (p->setter != nullptr && !IsRawPointer(p->name))
             add(std::string("set ") + p->name, [p](Host& h, Objects& o, const Value* self, int row) {
                 h.CallSetter(*p, self, Hostile(o, Lower(p->type), row, false));
             });
