@@ -77,6 +77,10 @@ const KnownCrash kKnownCrashes[] = {
     {"VLCMediaPlayerQRV SetVideoTitleDisplay(position as Integer, timeout as Integer)", {3}},
     {"VLCMediaPlayerQRV CopyToMemory(dest as Ptr, offset as integer, RowBytes as integer) as boolean", {2, 3}},
     {"VLCMediaListPlayerQRV PlayItemAtIndex(index as integer) as Boolean", {1, 3, 4}},
+    // Found by this pass under the sanitizers: width * 4 * height overflows
+    // (and may wrap to a buffer smaller than the frames libvlc writes).
+    {"VLCMediaPlayerQRV VideoSetCallback(width as integer, height as integer, CGContextHandle as integer = 0)",
+     {1, 2, 3}},
     {"VLCMediaListPlayerQRV PlayItem(item as VLCMediaQRV) as Boolean", {0, 1, 2, 3, 4}},
 };
 
