@@ -1,15 +1,24 @@
 // What a wrapper adds to the libvlc call it makes: shared wrappers called
 // through the function pointer the host would call, against the same libvlc
-// function called directly; and the time of LoadLibrary on the real libvlc.
+// function called directly; and LoadLibrary on the real libvlc against opening
+// it and looking its functions up by hand. Each round runs both sides, in
+// alternating order, and the medians of the rounds are compared with the targets.
+#include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <vlc/vlc.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
 
-#include "bench/bench_support.h"
 #include "host/emulator.h"
 
 namespace {
+
+constexpr int kRounds = 9;
 
 emu::Host* gHost = nullptr;
 void* gLibvlc = nullptr;
@@ -23,40 +32,80 @@ Fn SharedMethod(const char* declaration) {
     return nullptr;
 }
 
-void DirectClock(benchmark::State& state) {
-    auto clock = reinterpret_cast<int64_t (*)()>(dlsym(gLibvlc, "libvlc_clock"));
-    for (auto _ : state) benchmark::DoNotOptimize(clock());
+// Nanoseconds per call of body, over calls calls.
+double TimePerCall(const std::function<void(long)>& body, long calls) {
+    auto start = std::chrono::steady_clock::now();
+    body(calls);
+    std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+    return elapsed.count() / static_cast<double>(calls);
 }
-BENCHMARK(DirectClock);
 
-void WrapperClock(benchmark::State& state) {
-    auto clock = SharedMethod<int64_t (*)()>("Clock as Int64");
-    for (auto _ : state) benchmark::DoNotOptimize(clock());
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
-BENCHMARK(WrapperClock);
 
-void DirectErrorMessage(benchmark::State& state) {
-    auto errmsg = reinterpret_cast<const char* (*)()>(dlsym(gLibvlc, "libvlc_errmsg"));
-    for (auto _ : state) benchmark::DoNotOptimize(errmsg());
-}
-BENCHMARK(DirectErrorMessage);
+struct Comparison {
+    std::vector<double> baseline, measured, added;  // one entry per round
+};
 
-void WrapperErrorMessage(benchmark::State& state) {
-    auto errmsg = SharedMethod<REALstring (*)()>("ErrorMessage as string");
-    for (auto _ : state) benchmark::DoNotOptimize(errmsg());
+// Runs both sides once per round, baseline first in even rounds, second in odd ones.
+Comparison Alternate(const std::function<void(long)>& baseline, const std::function<void(long)>& measured, long calls) {
+    Comparison c;
+    baseline(calls / 10);  // warm both paths
+    measured(calls / 10);
+    for (int round = 0; round < kRounds; ++round) {
+        double a, b;
+        if (round % 2 == 0) {
+            a = TimePerCall(baseline, calls);
+            b = TimePerCall(measured, calls);
+        } else {
+            b = TimePerCall(measured, calls);
+            a = TimePerCall(baseline, calls);
+        }
+        c.baseline.push_back(a);
+        c.measured.push_back(b);
+        c.added.push_back(b - a);
+    }
+    return c;
 }
-BENCHMARK(WrapperErrorMessage);
 
-void LoadLibrary(benchmark::State& state) {
-    auto load = SharedMethod<RBBoolean (*)(REALstring)>("LoadLibrary(path as string) as boolean");
-    emu::Value path = gHost->String("libvlc.so.5");
-    for (auto _ : state) benchmark::DoNotOptimize(load(path.AsString()));
+struct Verdict {
+    bool pass;
+    std::string line;
+};
+std::vector<Verdict> gVerdicts;
+
+void Report(const char* name, double scale, const Comparison& c) {
+    auto [low, high] = std::minmax_element(c.added.begin(), c.added.end());
+    printf("%-26s %12.2f %12.2f %10.2f   %.2f .. %.2f\n", name, Median(c.baseline) / scale, Median(c.measured) / scale,
+           Median(c.added) / scale, *low / scale, *high / scale);
 }
-BENCHMARK(LoadLibrary)->Unit(benchmark::kMicrosecond);
+
+void Judge(bool pass, const std::string& figure, const std::string& target) {
+    gVerdicts.push_back({pass, std::string(pass ? "PASS " : "FAIL ") + figure + " " + target});
+}
+
+std::string Format(const char* format, double value) {
+    char text[64];
+    snprintf(text, sizeof text, format, value);
+    return text;
+}
+
+// A call's added time: the wrapper against the direct call.
+void CompareCall(const char* name, const std::function<void(long)>& direct, const std::function<void(long)>& wrapper,
+                 long calls, double targetNs) {
+    Comparison c = Alternate(direct, wrapper, calls);
+    Report(name, 1, c);
+    double added = Median(c.added);
+    Judge(added <= targetNs, std::string("call_overhead ") + name + " wrapper adds " + Format("%.2f", added) + " ns",
+          Format("(target <= %.1f ns)", targetNs));
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main() {
     emu::Host host;
     gHost = &host;
     gLibvlc = dlopen("libvlc.so.5", RTLD_NOW);
@@ -66,16 +115,68 @@ int main(int argc, char** argv) {
         return 1;
     }
     // libvlc's error state exists once an instance has been made.
-    const char* args[] = {"--intf=dummy", "--vout=dummy", "--aout=dummy", "--quiet"};
-    emu::Value instance = host.New("VLCInstanceQRV", {host.StringArray({args[0], args[1], args[2], args[3]})});
+    emu::Value instance =
+        host.New("VLCInstanceQRV", {host.StringArray({"--intf=dummy", "--vout=dummy", "--aout=dummy", "--quiet"})});
 
-    auto ns = qrvbench::RunAll(argc, argv);
-    printf("\n%-28s %10s %10s %10s\n", "wrapper", "direct ns", "wrapper ns", "added ns");
-    for (const char* name : {"Clock", "ErrorMessage"}) {
-        double direct = ns[std::string("Direct") + name], wrapped = ns[std::string("Wrapper") + name];
-        printf("%-28s %10.2f %10.2f %10.2f  (ratio %.3f)\n", name, direct, wrapped, wrapped - direct,
-               direct > 0 ? wrapped / direct : 0.0);
+    printf(
+        "%d rounds, each running both sides in alternating order; medians of the rounds, and the\n"
+        "lowest .. highest added time of a round\n\n",
+        kRounds);
+    printf("%-26s %12s %12s %10s   %s\n", "call", "direct ns", "wrapper ns", "added ns", "added range");
+
+    auto directClock = reinterpret_cast<int64_t (*)()>(dlsym(gLibvlc, "libvlc_clock"));
+    auto wrapperClock = SharedMethod<int64_t (*)()>("Clock as Int64");
+    CompareCall(
+        "Clock",
+        [&](long n) {
+            for (long i = 0; i < n; ++i) benchmark::DoNotOptimize(directClock());
+        },
+        [&](long n) {
+            for (long i = 0; i < n; ++i) benchmark::DoNotOptimize(wrapperClock());
+        },
+        1000000, 2.0);
+
+    auto directError = reinterpret_cast<const char* (*)()>(dlsym(gLibvlc, "libvlc_errmsg"));
+    auto wrapperError = SharedMethod<REALstring (*)()>("ErrorMessage as string");
+    CompareCall(
+        "ErrorMessage",
+        [&](long n) {
+            for (long i = 0; i < n; ++i) benchmark::DoNotOptimize(directError());
+        },
+        [&](long n) {
+            for (long i = 0; i < n; ++i) benchmark::DoNotOptimize(wrapperError());
+        },
+        4000000, 2.0);
+
+    // LoadLibrary against the loader work it cannot avoid: dlopen and one dlsym per function.
+    std::vector<std::string> names;
+#define X(name, ...) names.push_back(#name);
+#include "binding/functions.def"
+#undef X
+    auto load = SharedMethod<RBBoolean (*)(REALstring)>("LoadLibrary(path as string) as boolean");
+    emu::Value path = host.String("libvlc.so.5");
+    Comparison loads = Alternate(
+        [&](long n) {
+            for (long i = 0; i < n; ++i) {
+                void* handle = dlopen("libvlc.so.5", RTLD_NOW);
+                for (const std::string& name : names) benchmark::DoNotOptimize(dlsym(handle, name.c_str()));
+            }
+        },
+        [&](long n) {
+            for (long i = 0; i < n; ++i) benchmark::DoNotOptimize(load(path.AsString()));
+        },
+        500);
+    printf("\n%-26s %12s %12s %10s   %s\n", "load", "by hand us", "plug-in us", "added us", "added range");
+    Report("LoadLibrary(libvlc.so.5)", 1000, loads);
+    Judge(Median(loads.measured) < 2e6,
+          "call_overhead LoadLibrary " + Format("%.1f", Median(loads.measured) / 1000) + " us per load",
+          "(target < 2000 us)");
+
+    printf("\n");
+    bool all = true;
+    for (const Verdict& v : gVerdicts) {
+        printf("%s\n", v.line.c_str());
+        all = all && v.pass;
     }
-    printf("%-28s %10.1f us per load (254 lookups)\n", "LoadLibrary(libvlc.so.5)", ns["LoadLibrary"] / 1000.0);
-    return 0;
+    return all ? 0 : 1;
 }

@@ -126,7 +126,7 @@ char* UnixFilePathUTF8(REALfolderItem item) {
     StringRef release(pathString);
     rbText text(pathString);
     if (native) TRACEF("%s", "native path:", text.GetUTF8());
-    return PlatformDecomposedPath(text.GetUTF8(), !native);
+    return PlatformFolderItemPath(text.GetUTF8(), !native);
 }
 
 rbPath::~rbPath() { free(path_); }

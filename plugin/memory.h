@@ -30,8 +30,8 @@ REALstring ArrayStringAt(REALarray array, int64_t index);
 // Element i of an integer array.
 int64_t ArrayIntegerAt(REALarray array, int64_t index);
 
-// A newly allocated, zero-terminated, decomposed UTF-8 POSIX path of a folder
-// item, or null. The caller frees it.
+// A newly allocated, zero-terminated POSIX path of a folder item as the
+// platform's file system names it, or null. The caller frees it.
 char* UnixFilePathUTF8(REALfolderItem item);
 
 // Scoped holder of a folder item's path, computed on first use.

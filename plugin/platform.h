@@ -17,10 +17,11 @@ bool PlatformIsMainThread();
 using MainThreadTask = void (*)(void* data);
 void PlatformPostToMainThread(MainThreadTask task, void* data);
 
-// A folder item's POSIX path as decomposed (NFD) UTF-8, newly allocated with
-// malloc, or null. nativePath is the item's "NativePath" (hosts from 2013.0 on)
-// or its "URLPath" (older hosts) as UTF-8.
-char* PlatformDecomposedPath(const char* pathText, bool isURL);
+// A folder item's POSIX path in the form the platform's file system names it
+// (macOS: decomposed (NFD) UTF-8; Linux: the native bytes unchanged), newly
+// allocated with malloc, or null. pathText is the item's "NativePath" (hosts
+// from 2013.0 on) or, with isURL, its "URLPath" (older hosts) as UTF-8.
+char* PlatformFolderItemPath(const char* pathText, bool isURL);
 
 // ---- frames drawn into a host context (macOS: CGContextRef, Linux: cairo_t*) --
 

@@ -39,7 +39,7 @@ private:
 
 }  // namespace
 
-char* PlatformDecomposedPath(const char* pathText, bool isURL) {
+char* PlatformFolderItemPath(const char* pathText, bool isURL) {
     if (pathText == nullptr || *pathText == 0) return nullptr;
     CFRef text(CFStringCreateWithCString(kCFAllocatorDefault, pathText, kCFStringEncodingUTF8));
     if (text.get() == nullptr) return nullptr;

@@ -1,5 +1,5 @@
 // Linux side of the platform layer: stderr trace sink, GLib main-loop queue,
-// NFD paths through GLib.
+// folder-item paths as their native bytes.
 #include <cairo.h>
 #include <glib.h>
 #include <pthread.h>
@@ -124,18 +124,15 @@ void PlatformPostToMainThread(MainThreadTask task, void* data) {
     if (wake) g_main_context_wakeup(g_main_context_default());
 }
 
-char* PlatformDecomposedPath(const char* pathText, bool isURL) {
+// Linux file names are bytes, and a decomposed copy of a precomposed name
+// names another file: the native path goes through as it is.
+char* PlatformFolderItemPath(const char* pathText, bool isURL) {
     if (pathText == nullptr || *pathText == 0) return nullptr;
     char* path = isURL ? g_filename_from_uri(pathText, nullptr, nullptr) : g_strdup(pathText);
     if (path == nullptr) return nullptr;
-    char* decomposed = g_utf8_normalize(path, -1, G_NORMALIZE_NFD);
-    g_free(path);
-    if (decomposed == nullptr) return nullptr;
     // Callers free with free(); hand out a malloc'd copy.
-    size_t length = strlen(decomposed);
-    char* result = static_cast<char*>(calloc(length + 16, 1));
-    if (result != nullptr) memcpy(result, decomposed, length);
-    g_free(decomposed);
+    char* result = strdup(path);
+    g_free(path);
     return result;
 }
 

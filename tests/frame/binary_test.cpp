@@ -1,7 +1,11 @@
-// Facts read from the built plug-in file: one export, no libvlc dependency.
+// Facts read from the built plug-in file: one export, no libvlc dependency;
+// and the plug-in folder as the zip and the install hand it to the host.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -23,8 +27,7 @@ std::vector<std::string> Lines(const std::string& command) {
     return lines;
 }
 
-TEST(PluginBinary, ExportsOnlyREALPluginMain) {
-    std::string plugin = emu::DefaultPluginPath();
+std::vector<std::string> Exports(const std::string& plugin) {
     std::vector<std::string> exported;
     for (const std::string& line : Lines("nm -D --defined-only '" + plugin + "' 2>&1")) {
         size_t space = line.rfind(' ');
@@ -32,7 +35,11 @@ TEST(PluginBinary, ExportsOnlyREALPluginMain) {
         if (name.empty()) continue;
         exported.push_back(name);
     }
-    EXPECT_EQ(exported, std::vector<std::string>{"REALPluginMain"});
+    return exported;
+}
+
+TEST(PluginBinary, ExportsOnlyREALPluginMain) {
+    EXPECT_EQ(Exports(emu::DefaultPluginPath()), std::vector<std::string>{"REALPluginMain"});
 }
 
 TEST(PluginBinary, DoesNotNeedLibvlc) {
@@ -41,6 +48,41 @@ TEST(PluginBinary, DoesNotNeedLibvlc) {
         if (line.find("(NEEDED)") != std::string::npos) needed.push_back(line);
     ASSERT_FALSE(needed.empty()) << "readelf output not understood";
     for (const std::string& line : needed) EXPECT_EQ(line.find("libvlc"), std::string::npos) << line;
+}
+
+// A scratch folder, removed afterwards.
+struct Scratch {
+    Scratch() {
+        char name[] = "/tmp/qrv-folder-XXXXXX";
+        if (mkdtemp(name) != nullptr) path = name;
+    }
+    ~Scratch() {
+        if (!path.empty()) std::filesystem::remove_all(path);
+    }
+    std::string path;
+};
+
+const char kBinaryInFolder[] = "QRVVLC/Build Resources/Linux x86-64/QRVVLC.so";
+
+TEST(PluginFolder, ZipHoldsTheFolderLayoutAndTheOneExport) {
+    std::vector<std::string> entries = Lines(std::string("'") + QRV_CMAKE + "' -E tar tf '" + QRV_PLUGIN_ZIP + "'");
+    for (std::string& entry : entries)
+        if (!entry.empty() && entry.back() == '/') entry.pop_back();
+    EXPECT_EQ(entries, (std::vector<std::string>{"QRVVLC", "QRVVLC/Build Resources",
+                                                 "QRVVLC/Build Resources/Linux x86-64", kBinaryInFolder}));
+    Scratch scratch;
+    ASSERT_FALSE(scratch.path.empty());
+    Lines("cd '" + scratch.path + "' && '" + QRV_CMAKE + "' -E tar xf '" + QRV_PLUGIN_ZIP + "'");
+    EXPECT_EQ(Exports(scratch.path + "/" + kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
+}
+
+TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
+    Scratch prefix;
+    ASSERT_FALSE(prefix.path.empty());
+    Lines(std::string("'") + QRV_CMAKE + "' --install '" + QRV_BUILD_DIR + "' --prefix '" + prefix.path + "' 2>&1");
+    std::string installed = prefix.path + "/" + QRV_PLUGIN_FOLDER_NAME + "/" + kBinaryInFolder;
+    EXPECT_TRUE(std::filesystem::exists(installed)) << installed;
+    EXPECT_EQ(Exports(installed), std::vector<std::string>{"REALPluginMain"});
 }
 
 }  // namespace
