@@ -63,27 +63,6 @@ const char* const kBlocking[] = {"VLCInstanceQRV WaitUserInterface"};
 // integers, and the Handle setters are not called.
 bool IsRawPointer(const std::string& name) { return name == "Handle" || name == "CGContextHandle"; }
 
-// Calls known to crash today, being fixed in media/ and playback/ on another
-// branch: "class member" and the row of values (see kRowNames). Empty this list
-// once those fixes are merged; the sweep then makes these calls again.
-struct KnownCrash {
-    const char* member;
-    std::vector<int> rows;
-};
-const KnownCrash kKnownCrashes[] = {
-    {"VLCMediaQRV SetMeta(meta as integer, value as string)", {0, 2, 3, 4}},
-    {"VLCMediaQRV Meta(type as integer) as string", {0, 2, 3}},
-    {"VLCMediaListQRV InsertMedia(item as VLCMediaQRV, index as integer) as boolean", {0, 2, 3, 4}},
-    {"VLCMediaPlayerQRV SetVideoTitleDisplay(position as Integer, timeout as Integer)", {3}},
-    {"VLCMediaPlayerQRV CopyToMemory(dest as Ptr, offset as integer, RowBytes as integer) as boolean", {2, 3}},
-    {"VLCMediaListPlayerQRV PlayItemAtIndex(index as integer) as Boolean", {1, 3, 4}},
-    // Found by this pass under the sanitizers: width * 4 * height overflows
-    // (and may wrap to a buffer smaller than the frames libvlc writes).
-    {"VLCMediaPlayerQRV VideoSetCallback(width as integer, height as integer, CGContextHandle as integer = 0)",
-     {1, 2, 3}},
-    {"VLCMediaListPlayerQRV PlayItem(item as VLCMediaQRV) as Boolean", {0, 1, 2, 3, 4}},
-};
-
 // ---- the hostile values, row by row ----------------------------------------
 
 constexpr int kRows = 5;
@@ -237,10 +216,6 @@ void AddCalls(std::vector<HostileCall>& calls, const std::string& cls, const REA
 bool Skipped(const HostileCall& call) {
     for (const char* blocking : kBlocking)
         if (call.member.rfind(blocking, 0) == 0) return true;
-    for (const KnownCrash& known : kKnownCrashes)
-        if (call.member == known.member &&
-            std::find(known.rows.begin(), known.rows.end(), call.row) != known.rows.end())
-            return true;
     return false;
 }
 
