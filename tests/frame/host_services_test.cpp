@@ -27,14 +27,14 @@ protected:
     void Start(emu::HostOptions options = {}) {
         options.callMain = false;
         host_ = std::make_unique<emu::Host>(options);
-        gResolver = &emu::Host::Resolve;
+        SetHostResolver(&emu::Host::Resolve);
         rbversion = options.version;
         DebuggingEnabled = 0;
     }
     void SetUp() override { Start(); }
     void TearDown() override {
         DebuggingEnabled = 0;
-        gResolver = nullptr;
+        SetHostResolver(nullptr);
         host_.reset();
     }
     emu::Host& host() { return *host_; }
