@@ -219,8 +219,14 @@ Audit Host::Count() const {
     return audit;
 }
 
+void Host::KeptByDesign(const Value& object) {
+    if (CheckedObject(object.AsObject(), "Host::KeptByDesign")) impl_->keptByDesign.insert(object.AsObject());
+}
+
 Audit Host::Unreachable() const {
-    Audit audit = UnreachableFrom(*impl_, PluginGlobals(impl_->library));
+    std::vector<std::pair<const void*, size_t>> roots = PluginGlobals(impl_->library);
+    for (const void* const& kept : impl_->keptByDesign) roots.emplace_back(&kept, sizeof kept);
+    Audit audit = UnreachableFrom(*impl_, roots);
     Audit all = Count();
     audit.pictureLocks = all.pictureLocks;
     audit.stringData = all.stringData;

@@ -69,6 +69,7 @@ struct Host::Impl {
     std::unordered_set<const void*> stringData;  // "PluginGetStringData" buffers not yet disposed
     std::unordered_map<int64_t, EventToken> tokens;
     int64_t nextToken = 1000;
+    std::unordered_set<const void*> keptByDesign;
     int64_t nextOffsetSlot = 0;  // makes every registered class's data offset distinct
     REALobject raised = nullptr;
 
