@@ -149,6 +149,7 @@ public:
     const ClassInfo* FindClass(std::string_view name) const;
     std::vector<const ClassInfo*> PluginClasses() const;  // registration order
     int registeredVersion = -1;                           // what "RegisterPluginVersion" received
+    std::set<std::string> hiddenAsked;                    // hidden entries the plug-in asked for
 
     // ---- objects and calls
     Value NewRaw(std::string_view className);  // zero-filled, no constructor

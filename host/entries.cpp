@@ -71,7 +71,10 @@ const NamedEntry kEntries[] = {
 void* ResolveEntry(const char* name) {
     Host* host = Host::Current();
     if (host == nullptr || name == nullptr) return nullptr;
-    if (host->options().hidden.count(name)) return nullptr;
+    if (host->options().hidden.count(name)) {
+        host->hiddenAsked.insert(name);
+        return nullptr;
+    }
     for (const NamedEntry& entry : kEntries)
         if (strcmp(entry.name, name) == 0) return entry.function;
     return nullptr;

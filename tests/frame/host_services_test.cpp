@@ -229,6 +229,7 @@ TEST_F(HostServices, MemoryBlocksSmallerThanAskedAreRefused) {
     Start(options);
     block = NewMemoryBlock(8);
     EXPECT_NE(block, nullptr) << "hosts without the handler entry get a direct call";
+    EXPECT_TRUE(host().hiddenAsked.count("PluginCallFunctionWithExceptionHandler")) << "asked of this host";
     REALUnlockObject(block);
 }
 
