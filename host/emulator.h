@@ -111,7 +111,27 @@ struct ClassInfo {
     ClassInfo* super = nullptr;
     std::map<std::string, void*> handlers;  // test subclasses: event name -> handler
     bool builtin = false;
+    int64_t dataOffset = 0;  // where this class's data block starts in an object (plug-in classes)
 };
+
+// What the plug-in holds through the host at one moment.
+struct Audit {
+    size_t objects = 0;
+    size_t strings = 0;
+    int64_t pictureLocks = 0;             // "REALLockPictureDescription" not yet unlocked
+    size_t stringData = 0;                // "PluginGetStringData" buffers not yet disposed
+    std::set<std::string> objectClasses;  // of the objects counted, where known
+    bool operator==(const Audit&) const = default;
+};
+std::string Describe(const Audit& audit);
+
+// Every fault the emulator sees in the plug-in (a destroyed object handed to
+// an entry, a second raise in one call, a damaged object header, what is left
+// when a host goes away) goes to this handler. The default prints the
+// message and aborts, as a real host would likely crash; tests install one
+// that fails the running test.
+using FaultHandler = void (*)(const std::string& message);
+void SetFaultHandler(FaultHandler handler);
 
 class Host {
 public:
@@ -129,6 +149,7 @@ public:
     const ClassInfo* FindClass(std::string_view name) const;
     std::vector<const ClassInfo*> PluginClasses() const;  // registration order
     int registeredVersion = -1;                           // what "RegisterPluginVersion" received
+    std::set<std::string> hiddenAsked;                    // hidden entries the plug-in asked for
 
     // ---- objects and calls
     Value NewRaw(std::string_view className);  // zero-filled, no constructor
@@ -148,6 +169,8 @@ public:
 
     // What the last call raised (cleared when a call starts).
     std::optional<RaisedException> exception;
+    // Every exception raised through "RuntimeRaiseException" while this host lived.
+    std::vector<RaisedException> raisedLog;
     // For plug-in code called directly by a test: what it raised since the last
     // call, and clears it.
     std::optional<RaisedException> TakeRaised();
@@ -180,6 +203,15 @@ public:
     size_t LiveObjects() const;
     size_t LiveStrings() const;
     int64_t LockCount(const Value& value) const;
+    Audit Count() const;
+    // Objects and strings still alive that nothing in the plug-in's own data
+    // (its globals and, from there, the objects they hold) refers to: leaked.
+    // Checked by the destructor, which reports a fault for any.
+    Audit Unreachable() const;
+    // Some members keep a lock that is never given back, by design (the list
+    // player's List and Player): the audit counts such an object, and what it
+    // holds, as referenced.
+    void KeptByDesign(const Value& object);
     int clearCacheCalls = 0;  // "REALPictureClearCache"
 
     // ---- pictures

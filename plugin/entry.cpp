@@ -63,7 +63,7 @@ RBInteger MyREALRegisterClass(REALclassDefinition* record) {
 }
 
 extern "C" __attribute__((visibility("default"))) void REALPluginMain(ResolverFn resolver) {
-    gResolver = resolver;
+    SetHostResolver(resolver);
     if (resolver != nullptr) {
         using VersionFn = double (*)();
         if (auto getVersion = reinterpret_cast<VersionFn>(resolver("REALGetRBVersion"))) rbversion = getVersion();

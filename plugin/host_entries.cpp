@@ -1,22 +1,50 @@
 #include "plugin/host_entries.h"
 
+#include <atomic>
+
 ResolverFn gResolver = nullptr;
 
 namespace {
 
+// Bumped whenever a resolver is handed over: answers kept from an earlier
+// resolver are asked again.
+std::atomic<unsigned> gResolverGeneration{1};
+
+// One entry's answer and the resolver generation it came from.
+struct EntryCache {
+    std::atomic<void*> function{nullptr};
+    std::atomic<unsigned> generation{0};
+};
+
 // Looks the entry up on first use and keeps the answer. A null answer is not
 // kept, so the next use asks the resolver again.
+template <typename Fn, typename Lookup>
+Fn BindWith(EntryCache& cache, Lookup lookup) {
+    unsigned now = gResolverGeneration.load(std::memory_order_acquire);
+    void* function = cache.function.load(std::memory_order_acquire);
+    if (cache.generation.load(std::memory_order_acquire) != now || function == nullptr) {
+        function = lookup();
+        cache.function.store(function, std::memory_order_release);
+        cache.generation.store(now, std::memory_order_release);
+    }
+    return reinterpret_cast<Fn>(function);
+}
+
 template <typename Fn>
-Fn Bind(void*& cache, const char* entryName) {
-    if (cache == nullptr && gResolver != nullptr) cache = gResolver(entryName);
-    return reinterpret_cast<Fn>(cache);
+Fn Bind(EntryCache& cache, const char* entryName) {
+    return BindWith<Fn>(cache, [entryName] { return gResolver != nullptr ? gResolver(entryName) : nullptr; });
 }
 
 }  // namespace
 
+void SetHostResolver(ResolverFn resolver) {
+    gResolver = resolver;
+    gResolverGeneration.fetch_add(1, std::memory_order_acq_rel);
+}
+
 // One wrapper per host entry: bind, then call through, or return the zero value.
 #define HOST_ENTRY(Ret, wrapper, cache, entryName, Params, Args) \
-    static void* cache = nullptr;                                \
+    static EntryCache cache;                                     \
     Ret wrapper Params {                                         \
         using Result = Ret;                                      \
         using Fn = Result(*) Params;                             \
@@ -26,13 +54,13 @@ Fn Bind(void*& cache, const char* entryName) {
     }
 
 void REALinRuntime() {
-    static void* pInRuntime = nullptr;
+    static EntryCache pInRuntime;
     using Fn = RBBoolean (*)();
     if (Fn fn = Bind<Fn>(pInRuntime, "REALinRuntime")) fn();
 }
 
 RBInteger REALRegisterClass(REALclassDefinition* record) {
-    static void* pRegisterClass = nullptr;
+    static EntryCache pRegisterClass;
     using Fn = void (*)(REALclassDefinition*);
     Fn fn = Bind<Fn>(pRegisterClass, "PluginRegisterClass");
     if (fn == nullptr) return 0;
@@ -51,7 +79,7 @@ HOST_ENTRY(REALstring, REALBuildStringWithEncoding, pBuildStringWithEncoding, "R
            (const char* bytes, int length, uint32_t encoding), (bytes, length, encoding))
 
 uint32_t REALGetStringEncoding(REALstring string, bool* available) {
-    static void* pGetStringEncoding = nullptr;
+    static EntryCache pGetStringEncoding;
     using Fn = uint32_t (*)(REALstring);
     Fn fn = Bind<Fn>(pGetStringEncoding, "REALGetStringEncoding");
     if (available != nullptr) *available = fn != nullptr;
@@ -85,7 +113,7 @@ HOST_ENTRY(void*, REALLoadObjectMethod, pLoadObjectMethod, "REALLoadObjectMethod
 
 // Hosts without the entry get a direct call (and nothing is caught).
 REALobject REALCallFunctionWithExceptionHandler(void (*function)(void*), void* data) {
-    static void* pCallFunctionWithExceptionHandler = nullptr;
+    static EntryCache pCallFunctionWithExceptionHandler;
     using Fn = REALobject (*)(void (*)(void*), void*);
     Fn fn = Bind<Fn>(pCallFunctionWithExceptionHandler, "PluginCallFunctionWithExceptionHandler");
     if (fn != nullptr) return fn(function, data);
@@ -118,13 +146,14 @@ HOST_ENTRY(void*, REALGetEventInstance, pGetEventInstance, "GetEventInstance",
 // The byte pointer comes from "StringGetCString", the length from the host's
 // global function "LenB".
 void* REALGetStringContents(REALstring string, RBInteger* length) {
-    static void* pCString = nullptr;
-    static void* pLenB = nullptr;
+    static EntryCache pCString;
+    static EntryCache pLenB;
     using CStringFn = void* (*)(REALstring);
     if (length != nullptr) {
         *length = 0;
-        if (pLenB == nullptr) pLenB = REALLoadFrameworkMethod(nullptr, "LenB( s as string ) as integer");
-        if (pLenB != nullptr) *length = reinterpret_cast<LenBFn>(pLenB)(string);
+        auto lenB =
+            BindWith<LenBFn>(pLenB, [] { return REALLoadFrameworkMethod(nullptr, "LenB( s as string ) as integer"); });
+        if (lenB != nullptr) *length = lenB(string);
     }
     CStringFn fn = Bind<CStringFn>(pCString, "StringGetCString");
     return fn != nullptr ? fn(string) : nullptr;
@@ -132,7 +161,7 @@ void* REALGetStringContents(REALstring string, RBInteger* length) {
 
 // The array accessors are answered per array by the host.
 void REALInsertArrayValueObject(REALarray array, RBInteger index, REALobject value) {
-    static void* pInsertProc = nullptr;
+    static EntryCache pInsertProc;
     using ProcFn = void* (*)(REALarray);
     ProcFn proc = Bind<ProcFn>(pInsertProc, "PluginObjectArrayInsertProc");
     if (proc == nullptr) return;
@@ -140,7 +169,7 @@ void REALInsertArrayValueObject(REALarray array, RBInteger index, REALobject val
 }
 
 RBInteger REALGetArrayValueInteger(REALarray array, RBInteger index) {
-    static void* pGetProc = nullptr;
+    static EntryCache pGetProc;
     using ProcFn = void* (*)(REALarray);
     ProcFn proc = Bind<ProcFn>(pGetProc, "PluginIntegerArrayGetProc");
     if (proc == nullptr) return 0;
@@ -149,7 +178,7 @@ RBInteger REALGetArrayValueInteger(REALarray array, RBInteger index) {
 }
 
 void REALSetArrayValueInteger(REALarray array, RBInteger index, RBInteger value) {
-    static void* pSetProc = nullptr;
+    static EntryCache pSetProc;
     using ProcFn = void* (*)(REALarray);
     ProcFn proc = Bind<ProcFn>(pSetProc, "PluginIntegerArraySetProc");
     if (proc == nullptr) return;

@@ -6,6 +6,8 @@
 #include "plugin/host_abi.h"
 
 extern ResolverFn gResolver;
+// Hands over the resolver; every entry is asked again from then on.
+void SetHostResolver(ResolverFn resolver);
 
 // Function types the host answers for some entries.
 using LenBFn = RBInteger (*)(REALstring);

@@ -18,8 +18,8 @@ void REALNewMemoryBlockWork(void* work) {
     REALobject block = REALnewInstance("MemoryBlock");
     if (block == nullptr) return;
     using ConstructorFn = void (*)(REALobject, RBInteger);
-    static ConstructorFn constructor =
-        reinterpret_cast<ConstructorFn>(REALLoadObjectMethod(block, "Constructor(bytes as Integer)"));
+    // Asked each time: an answer kept from an earlier host would outlive it.
+    auto constructor = reinterpret_cast<ConstructorFn>(REALLoadObjectMethod(block, "Constructor(bytes as Integer)"));
     if (constructor != nullptr) {
         constructor(block, request->size);
         if (REALMemoryBlockGetSize(block) >= request->size) {

@@ -225,8 +225,10 @@ TEST_F(RealEvents, MediaListAndListPlayerEvents) {
     host.DefineSubclass("ListPlayerEvents", "VLCEventManagerQRV",
                         {{"MediaListPlayerNextItemSet", reinterpret_cast<void*>(OnNextItemSet)}});
     Value listPlayerEvents = host.New("ListPlayerEvents", {listPlayer});
-    host.Call(listPlayer, "SetMediaPlayer", {host.New("VLCMediaPlayerQRV", {vlc})});
+    Value player = host.New("VLCMediaPlayerQRV", {vlc});
+    host.Call(listPlayer, "SetMediaPlayer", {player});
     host.Call(listPlayer, "SetMediaList", {list});
+    host.KeptByDesign(player), host.KeptByDesign(list);
     host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)});
     EXPECT_TRUE(host.PumpUntil([&] { return rec->nextItemSet > 0; }, 5000ms));
     host.Call(listPlayer, "Stop");

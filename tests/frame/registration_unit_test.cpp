@@ -125,7 +125,7 @@ REALclassDefinition MakeRecord(uint32_t classFlags, size_t dataSize, REALmethodD
 TEST_F(Registration, FlagRewritesDependOnHostVersion) {
     FakeHost host;
     gHost = &host;
-    gResolver = Resolve;
+    SetHostResolver(Resolve);
     struct Case {
         double version;
         uint32_t classFlags, methodFlags;
@@ -155,7 +155,7 @@ TEST_F(Registration, FlagRewritesDependOnHostVersion) {
 TEST_F(Registration, PropertyFlagsAndDataSizes) {
     FakeHost host;
     gHost = &host;
-    gResolver = Resolve;
+    SetHostResolver(Resolve);
     rbversion = 2010.029;
     REALproperty properties[1] = {};
     properties[0].name = "P";

@@ -292,6 +292,7 @@ TEST(ListPlayerWithFake, ModeAndPlayerReferences) {
     host.Call(listPlayer, "SetMediaPlayer", {q});
     EXPECT_EQ(host.Get(listPlayer, "Player").AsObject(), q.AsObject());
     EXPECT_EQ(host.LockCount(p), pLocks + 1) << "the first player keeps the lock it was given";
+    host.KeptByDesign(p), host.KeptByDesign(q);
     host.Call(listPlayer, "SetMediaList", {host.NewRaw("VLCMediaListQRV")});
     EXPECT_TRUE(Raised(host, "NilObjectException", "List is nil"));
     EXPECT_TRUE(host.Get(listPlayer, "List").IsNil());

@@ -120,6 +120,7 @@ TEST_F(RealPlayback, TheMediaPropertyKeepsOrWrapsItsMedia) {
     Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
     host.Call(listPlayer, "SetMediaPlayer", {fromInstance});
     host.Call(listPlayer, "SetMediaList", {list});
+    host.KeptByDesign(fromInstance), host.KeptByDesign(list);
     host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)});
     ASSERT_TRUE(WaitFor([&] { return host.Call(listPlayer, "IsPlaying").AsBool(); }));
     Value first = host.Get(fromInstance, "Media");
@@ -138,6 +139,7 @@ TEST_F(RealPlayback, ListPlayerWalksTwoSamples) {
     Value player = host.New("VLCMediaPlayerQRV", {vlc});
     host.Call(listPlayer, "SetMediaPlayer", {player});
     host.Call(listPlayer, "SetMediaList", {list});
+    host.KeptByDesign(player), host.KeptByDesign(list);
     EXPECT_EQ(host.Get(listPlayer, "List").AsObject(), list.AsObject());
     // libvlc 3.0.24 answers -1 here although the item starts playing.
     EXPECT_FALSE(host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)}).AsBool());

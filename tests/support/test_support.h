@@ -12,6 +12,36 @@
 
 namespace qrvtest {
 
+// Every test runs under the emulator's checks: a fault it sees in the plug-in
+// fails the running test, and each test ends with the audit (what the
+// plug-in holds through a host still alive then must balance what it held
+// when the test started; a host that goes away audits itself).
+class HostAuditListener : public ::testing::EmptyTestEventListener {
+public:
+    void OnTestStart(const ::testing::TestInfo&) override {
+        host_ = emu::Host::Current();
+        if (host_ != nullptr) start_ = host_->Count();
+    }
+    void OnTestEnd(const ::testing::TestInfo&) override {
+        if (host_ != nullptr && emu::Host::Current() == host_ && !(host_->Count() == start_))
+            ADD_FAILURE() << "the test started with " << emu::Describe(start_) << " held and ended with "
+                          << emu::Describe(host_->Count());
+        host_ = nullptr;
+    }
+
+private:
+    emu::Host* host_ = nullptr;
+    emu::Audit start_;
+};
+
+inline void FailTestOnFault(const std::string& message) { ADD_FAILURE() << "plug-in fault: " << message; }
+
+inline const bool kHostChecksInstalled = [] {
+    emu::SetFaultHandler(FailTestOnFault);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new HostAuditListener);
+    return true;
+}();
+
 inline std::string SamplePath(const std::string& name) { return emu::SourceDir() + "/samples/" + name; }
 
 // Arguments that run libvlc without a display, a sound card or an interface.

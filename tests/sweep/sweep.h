@@ -49,6 +49,10 @@ struct Expect {
     Raised withoutLibvlc;                // libvlc not loaded, object uninitialised, zero and nil arguments
     Raised uninitialised;                // libvlc loaded, object uninitialised
     std::optional<Raised> nilArguments;  // libvlc loaded, object initialised, nil object arguments
+    // The libvlc function the member tests ("_libvlc_…"); empty when none. On
+    // an initialised object, under a libvlc that lacks only this function,
+    // the member raises the missing-function exception naming it.
+    std::string entry;
 
     Expect WithNil(const std::string& message) const {
         Expect e = *this;
@@ -64,12 +68,12 @@ struct Expect {
 
 // Handle test first, then trace and function: an uninitialised object always
 // reports the handle.
-inline Expect HTF(std::string member, const std::string&) {
-    return {std::move(member), NotInitialized(), NotInitialized(), std::nullopt};
+inline Expect HTF(std::string member, const std::string& entry) {
+    return {std::move(member), NotInitialized(), NotInitialized(), std::nullopt, entry};
 }
 // Trace and function test before the handle: without libvlc the function is reported.
 inline Expect TFH(std::string member, const std::string& entry) {
-    return {std::move(member), Missing(entry), NotInitialized(), std::nullopt};
+    return {std::move(member), Missing(entry), NotInitialized(), std::nullopt, entry};
 }
 // Members that need no libvlc and no handle (standard fields, pure readers).
 inline Expect Silent(std::string member) { return {std::move(member), Nothing(), Nothing(), Nothing()}; }
