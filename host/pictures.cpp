@@ -119,6 +119,8 @@ REALobject BuildPictureFromBuffer(uint32_t width, uint32_t height, uint32_t pixe
     return picture;
 }
 
+Value Host::Picture(int width, int height) { return Value::AdoptObject(NewPictureObject(width, height)); }
+
 PictureKind Host::PictureKindOf(const Value& picture) const {
     ObjectInfo* info = CheckedPicture(picture.AsObject(), "the host program");
     return info && info->gd ? PictureKind::Gd : PictureKind::Cairo;
