@@ -26,8 +26,8 @@ namespace {
 
 constexpr int64_t kWidth = 1920, kHeight = 1080;
 constexpr size_t kBytes = kWidth * kHeight * 4;
-constexpr int kRounds = 9;
-constexpr int kCopiesPerRound = 20;
+constexpr int kRounds = 15;
+constexpr int kCopiesPerRound = 60;
 constexpr int64_t kHeldMs = 200;  // how long the fake decoder holds a frame for the lock check
 
 // ---- the plug-in's members, called as the host calls them ----------------------
