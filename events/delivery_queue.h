@@ -21,7 +21,8 @@ struct DeliveryRoute {
     const char* traceName;           // "Event MediaPlayerTimeChanged"
     bool latestValueOnly;            // carries a current value: a newer one replaces it while queued
     void (*raise)(REALobject object, void* handler, const libvlc_event_t& event);
-    void (*giveBack)(libvlc_event_t& event);  // frees what the copy holds, raised or dropped
+    // Frees what the copy holds, raised or dropped; null when it holds nothing.
+    void (*giveBack)(libvlc_event_t& event);
 };
 
 // The host object deliveries go to; libvlc holds it as its callback user data,

@@ -16,6 +16,8 @@ bool PlatformIsMainThread();
 // inline on the posting thread.
 using MainThreadTask = void (*)(void* data);
 void PlatformPostToMainThread(MainThreadTask task, void* data);
+// Main thread only: runs task(data) on the main thread once `milliseconds` have passed.
+void PlatformRunOnMainThreadAfter(unsigned milliseconds, MainThreadTask task, void* data);
 
 // A folder item's POSIX path as decomposed (NFD) UTF-8, newly allocated with
 // malloc, or null. nativePath is the item's "NativePath" (hosts from 2013.0 on)

@@ -124,6 +124,16 @@ void PlatformPostToMainThread(MainThreadTask task, void* data) {
     if (wake) g_main_context_wakeup(g_main_context_default());
 }
 
+void PlatformRunOnMainThreadAfter(unsigned milliseconds, MainThreadTask task, void* data) {
+    auto runOnce = [](gpointer pending) -> gboolean {
+        const Task* t = static_cast<const Task*>(pending);
+        t->run(t->data);
+        return G_SOURCE_REMOVE;
+    };
+    auto forget = [](gpointer pending) { delete static_cast<Task*>(pending); };
+    g_timeout_add_full(G_PRIORITY_DEFAULT, milliseconds, runOnce, new Task{task, data}, forget);
+}
+
 char* PlatformDecomposedPath(const char* pathText, bool isURL) {
     if (pathText == nullptr || *pathText == 0) return nullptr;
     char* path = isURL ? g_filename_from_uri(pathText, nullptr, nullptr) : g_strdup(pathText);
