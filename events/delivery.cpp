@@ -159,7 +159,7 @@ constexpr bool kLatestValueOnly = true, kDiscrete = false;
 
 const DeliveryRoute kEventRoutes[kLibvlcEventCount] = {
 #define X(name, type, kind, ...) \
-    {k##name, &VLCEventManagerQRVClass, k##name, "Event " #name, kind, LaterCallback##name, GiveBackFor(type)},
+    {k##name, &VLCEventManagerQRVClass, k##name, "Event " #name, kind, type, LaterCallback##name, GiveBackFor(type)},
 #include "events/events.def"
 #undef X
 };

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <mutex>
 #include <new>
 #include <vector>
@@ -20,11 +21,22 @@
 
 namespace {
 
+// 32 bytes: the event's union without its type (the route's) or sender (never read).
 struct Delivery {
     DeliveryTarget* target;  // null once a newer value event replaced this one
     const DeliveryRoute* route;
-    libvlc_event_t event;
+    unsigned char payload[sizeof(libvlc_event_t::u)];
 };
+
+void Keep(Delivery& d, const libvlc_event_t& event) { memcpy(d.payload, &event.u, sizeof d.payload); }
+
+libvlc_event_t EventOf(const Delivery& d) {
+    libvlc_event_t event;
+    memset(&event, 0, sizeof event);
+    event.type = d.route->eventType;
+    memcpy(&event.u, d.payload, sizeof d.payload);
+    return event;
+}
 
 constexpr size_t kBlockRecords = 256;
 
@@ -237,12 +249,13 @@ void Drain(void*) {
             Delivery& d = b->records[i];
             DeliveryTarget* target = d.target;
             if (target == nullptr) continue;  // replaced; given back by its replacer
+            libvlc_event_t event = EventOf(d);
             if (target->alive) {
                 void* handler = HandlerFor(q, target, *d.route);
                 TRACEF("%p", d.route->traceName, handler);
-                if (handler != nullptr) d.route->raise(target->object, handler, d.event);
+                if (handler != nullptr) d.route->raise(target->object, handler, event);
             }
-            if (d.route->giveBack != nullptr) d.route->giveBack(d.event);
+            if (d.route->giveBack != nullptr) d.route->giveBack(event);
         }
     }
     --q.drainsRunning;
@@ -322,12 +335,12 @@ void PostDelivery(DeliveryTarget* target, const DeliveryRoute& route, const libv
             Delivery& d = q.tail->records[q.tail->count++];
             d.target = target;
             d.route = &route;
-            d.event = event;
+            Keep(d, event);
             ++q.records;
             if (route.latestValueOnly) {
                 DeliveryTarget::Latest& latest = target->latest[route.id];
                 if (latest.batch == q.batch) {
-                    dropped = latest.delivery->event;
+                    dropped = EventOf(*latest.delivery);
                     drop = true;
                     latest.delivery->target = nullptr;
                     ++q.replaced;
