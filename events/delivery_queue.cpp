@@ -350,6 +350,8 @@ void PostDelivery(DeliveryTarget* target, const DeliveryRoute& route, const libv
             }
             post = !q.drainPosted;
             q.drainPosted = true;
+            // The next line of the block was last read by the drain on another core.
+            if (q.tail->count + 2 <= kBlockRecords) __builtin_prefetch(&d + 2, 1);
         }
     }
     if (drop && route.giveBack != nullptr) route.giveBack(dropped);
