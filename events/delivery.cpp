@@ -18,13 +18,15 @@
 
 namespace {
 
-bool RetainsMedia(int type) {
+constexpr bool RetainsMedia(int type) {
     return type == libvlc_MediaSubItemAdded || type == libvlc_MediaFreed || type == libvlc_MediaPlayerMediaChanged ||
            (type >= libvlc_MediaListItemAdded && type <= libvlc_MediaListWillDeleteItem) ||
            type == libvlc_MediaListPlayerNextItemSet;
 }
 
-bool IsVlmEvent(int type) { return type >= libvlc_VlmMediaAdded && type <= libvlc_VlmMediaInstanceStatusError; }
+constexpr bool IsVlmEvent(int type) {
+    return type >= libvlc_VlmMediaAdded && type <= libvlc_VlmMediaInstanceStatusError;
+}
 
 // A zero-filled copy of length + 4 bytes; null for null, on overflow or without memory.
 char* CopyText(const char* text) {
@@ -54,6 +56,11 @@ void TakeOn(libvlc_event_t& event) {
     for (int i = 0; i < copies; ++i) SetWord(event, i, CopyText(static_cast<const char*>(Word(event, i))));
 }
 
+// Events with neither media nor strings have nothing to take on or give back.
+constexpr bool HoldsSomething(int type) {
+    return RetainsMedia(type) || IsVlmEvent(type) || type == libvlc_MediaPlayerSnapshotTaken;
+}
+
 void GiveBack(libvlc_event_t& event) {
     if (RetainsMedia(event.type) && Word(event, 0) != nullptr && vlcfn::_libvlc_media_release != nullptr)
         vlcfn::_libvlc_media_release(static_cast<libvlc_media_t*>(Word(event, 0)));
@@ -64,13 +71,16 @@ void GiveBack(libvlc_event_t& event) {
     }
 }
 
+using GiveBackFunction = void (*)(libvlc_event_t&);
+constexpr GiveBackFunction GiveBackFor(int type) { return HoldsSomething(type) ? GiveBack : nullptr; }
+
 // Copies the event, takes on its media and strings, and queues it for the
 // manager whose delivery target libvlc passed.
 void CallEvent(const libvlc_event_t* event, void* userData, const DeliveryRoute& route) {
     TRACEF("%p, %p, %s", "CallEvent", static_cast<const void*>(event), userData, route.traceName);
     if (userData == nullptr) return;
     libvlc_event_t copy = *event;
-    TakeOn(copy);
+    if (route.giveBack != nullptr) TakeOn(copy);
     PostDelivery(static_cast<DeliveryTarget*>(userData), route, copy);
 }
 
@@ -149,7 +159,7 @@ constexpr bool kLatestValueOnly = true, kDiscrete = false;
 
 const DeliveryRoute kEventRoutes[kLibvlcEventCount] = {
 #define X(name, type, kind, ...) \
-    {k##name, &VLCEventManagerQRVClass, k##name, "Event " #name, kind, LaterCallback##name, GiveBack},
+    {k##name, &VLCEventManagerQRVClass, k##name, "Event " #name, kind, type, LaterCallback##name, GiveBackFor(type)},
 #include "events/events.def"
 #undef X
 };

@@ -20,8 +20,10 @@ struct DeliveryRoute {
     size_t eventIndex;               // that record's index
     const char* traceName;           // "Event MediaPlayerTimeChanged"
     bool latestValueOnly;            // carries a current value: a newer one replaces it while queued
+    int eventType;                   // the event's type: a queued copy keeps only its union
     void (*raise)(REALobject object, void* handler, const libvlc_event_t& event);
-    void (*giveBack)(libvlc_event_t& event);  // frees what the copy holds, raised or dropped
+    // Frees what the copy holds, raised or dropped; null when it holds nothing.
+    void (*giveBack)(libvlc_event_t& event);
 };
 
 // The host object deliveries go to; libvlc holds it as its callback user data,

@@ -19,10 +19,8 @@ void RaiseExitEvent(REALobject instance, void* handler, const libvlc_event_t&) {
     reinterpret_cast<void (*)(REALobject)>(handler)(instance);
 }
 
-void NothingToGiveBack(libvlc_event_t&) {}
-
-const DeliveryRoute kExitDelivery = {kExitRoute,     &VLCExitHandlerQRVClass, 0, "Event ExitEvent", false,
-                                     RaiseExitEvent, NothingToGiveBack};
+const DeliveryRoute kExitDelivery = {kExitRoute, &VLCExitHandlerQRVClass, 0,      "Event ExitEvent", false,
+                                     0,          RaiseExitEvent,          nullptr};
 
 // On whichever libvlc thread asks to exit; the opaque is the instance's delivery target.
 void CallExitEvent(void* opaque) {

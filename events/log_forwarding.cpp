@@ -73,7 +73,7 @@ void FreeLogRecord(libvlc_event_t& event) {
     free(record);
 }
 
-const DeliveryRoute kLogDelivery = {kLogRoute,    &VLCEventManagerQRVClass, kLog, "Event Log", false, LaterLog,
+const DeliveryRoute kLogDelivery = {kLogRoute,    &VLCEventManagerQRVClass, kLog, "Event Log", false, 0, LaterLog,
                                     FreeLogRecord};
 
 // A cut inside a multi-byte UTF-8 character would leave bytes no decoder

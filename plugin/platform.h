@@ -16,6 +16,8 @@ bool PlatformIsMainThread();
 // inline on the posting thread.
 using MainThreadTask = void (*)(void* data);
 void PlatformPostToMainThread(MainThreadTask task, void* data);
+// Main thread only: runs task(data) on the main thread once `milliseconds` have passed.
+void PlatformRunOnMainThreadAfter(unsigned milliseconds, MainThreadTask task, void* data);
 
 // A folder item's POSIX path in the form the platform's file system names it
 // (macOS: decomposed (NFD) UTF-8; Linux: the native bytes unchanged), newly

@@ -20,6 +20,11 @@ void PlatformPostToMainThread(MainThreadTask task, void* data) {
     dispatch_async_f(dispatch_get_main_queue(), data, task);
 }
 
+void PlatformRunOnMainThreadAfter(unsigned milliseconds, MainThreadTask task, void* data) {
+    dispatch_after_f(dispatch_time(DISPATCH_TIME_NOW, int64_t{milliseconds} * NSEC_PER_MSEC), dispatch_get_main_queue(),
+                     data, task);
+}
+
 namespace {
 
 // Releases a Core Foundation object at the end of the scope.

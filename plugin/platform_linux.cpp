@@ -124,6 +124,16 @@ void PlatformPostToMainThread(MainThreadTask task, void* data) {
     if (wake) g_main_context_wakeup(g_main_context_default());
 }
 
+void PlatformRunOnMainThreadAfter(unsigned milliseconds, MainThreadTask task, void* data) {
+    auto runOnce = [](gpointer pending) -> gboolean {
+        const Task* t = static_cast<const Task*>(pending);
+        t->run(t->data);
+        return G_SOURCE_REMOVE;
+    };
+    auto forget = [](gpointer pending) { delete static_cast<Task*>(pending); };
+    g_timeout_add_full(G_PRIORITY_DEFAULT, milliseconds, runOnce, new Task{task, data}, forget);
+}
+
 // Linux file names are bytes, and a decomposed copy of a precomposed name
 // names another file: the native path goes through as it is.
 char* PlatformFolderItemPath(const char* pathText, bool isURL) {

@@ -368,6 +368,32 @@ TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestAndDiscreteOnesAll) {
     EXPECT_LT(HeapInUse() - before, 1 << 20) << "kept after draining a backlog of " << backlog << " bytes";
 }
 
+// Thousands of queued value events replaced between discrete ones: the queue
+// compacts its records while it fills, and each kept event stays in its place.
+TEST_F(FakeEvents, ReplacedValuesAmongManyDiscreteEventsKeepTheOrder) {
+    Value m = Manager("Compacting", {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)},
+                                     {"MediaPlayerPositionChanged", reinterpret_cast<void*>(OnPosition)},
+                                     {"MediaMetaChanged", reinterpret_cast<void*>(OnMeta)}});
+    constexpr int kRounds = 3000;
+    std::vector<libvlc_event_t> events;
+    for (int i = 0; i < kRounds; ++i) {
+        libvlc_event_t meta = Event(libvlc_MediaMetaChanged);
+        meta.u.media_meta_changed.meta_type = static_cast<libvlc_meta_t>(i);
+        events.insert(events.end(), {TimeEvent(i), PositionEvent(static_cast<float>(i) / kRounds), meta});
+    }
+    Queue(events);
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->names.size() >= kRounds + 2; }, 10000ms));
+    host.PumpFor(20ms);
+    std::vector<std::string> names(kRounds - 1, "Meta");
+    names.insert(names.end(), {"Time", "Position", "Meta"});
+    EXPECT_EQ(seen->names, names);
+    std::vector<int64_t> integers;
+    for (int i = 0; i < kRounds - 1; ++i) integers.push_back(i);
+    integers.insert(integers.end(), {kRounds - 1, kRounds - 1});
+    EXPECT_EQ(seen->integers, integers);
+    EXPECT_EQ(seen->reals, std::vector<double>{static_cast<float>(kRounds - 1) / kRounds});
+}
+
 TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
     Value m = Manager("Gone", {{"MediaListItemAdded", reinterpret_cast<void*>(OnItemAdded)},
                                {"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)}});
