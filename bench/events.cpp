@@ -1,7 +1,8 @@
 // Event delivery from a libvlc-like worker thread to a host handler on the
 // main thread (GLib's default context), through the plug-in, against a plain
-// batched queue: a mutex-protected vector, one g_idle_add when it turns
-// non-empty, the idle callback drains everything. Same handler, same producer.
+// batched queue: a mutex-protected vector of the events it is handed, one
+// g_idle_add when it turns non-empty, the idle callback drains everything.
+// Same handler, same producer, same callback shape.
 // Each round runs both sides, alternating which goes first; throughput and
 // latency are measured with an idle machine and with two busy threads.
 // The events are discrete (meta changes), so every one is delivered.
@@ -43,9 +44,10 @@ void OnMeta(REALobject, RBInteger sequence) {
     gDelivered.store(gDelivered.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
-// ---- side A: the plug-in, called as libvlc's thread calls it -------------------
+// ---- the one producer: builds the event as libvlc's thread does and hands it
+// to a callback of libvlc's shape, the plug-in's or the batched queue's ----------
 
-struct PluginSide {
+struct Producer {
     libvlc_callback_t callback = nullptr;
     void* data = nullptr;
     void Post(uint32_t sequence) const {
@@ -57,11 +59,12 @@ struct PluginSide {
     }
 };
 
-// ---- side B: the batched queue ---------------------------------------------------
+// ---- side B: the batched queue: it copies the event it is handed, as any
+// queue between threads must (libvlc's event is valid only during the call) ----
 
 struct BatchedQueue {
     std::mutex lock;
-    std::vector<uint32_t> pending, running;
+    std::vector<libvlc_event_t> pending, running;
 };
 BatchedQueue gBatched;
 
@@ -70,17 +73,17 @@ gboolean DrainBatched(gpointer) {
         std::lock_guard<std::mutex> hold(gBatched.lock);
         gBatched.running.swap(gBatched.pending);
     }
-    for (uint32_t sequence : gBatched.running) OnMeta(nullptr, sequence);
+    for (const libvlc_event_t& e : gBatched.running) OnMeta(nullptr, e.u.media_meta_changed.meta_type);
     gBatched.running.clear();
     return G_SOURCE_REMOVE;
 }
 
-void PostBatched(uint32_t sequence) {
+void BatchedCallback(const libvlc_event_t* event, void*) {
     bool wasEmpty;
     {
         std::lock_guard<std::mutex> hold(gBatched.lock);
         wasEmpty = gBatched.pending.empty();
-        gBatched.pending.push_back(sequence);
+        gBatched.pending.push_back(*event);
     }
     if (wasEmpty) g_idle_add(DrainBatched, nullptr);
 }
@@ -216,14 +219,14 @@ int main() {
     emu::Value player = host.New("VLCMediaPlayerQRV", {vlc});
     host.DefineSubclass("BenchEvents", "VLCEventManagerQRV", {{"MediaMetaChanged", reinterpret_cast<void*>(OnMeta)}});
     emu::Value events = host.New("BenchEvents", {player});
-    PluginSide side;
-    if (!listener(managerOf(), libvlc_MediaMetaChanged, &side.callback, &side.data)) {
+    Producer pluginSide, batchedSide{BatchedCallback, nullptr};
+    if (!listener(managerOf(), libvlc_MediaMetaChanged, &pluginSide.callback, &pluginSide.data)) {
         fprintf(stderr, "no callback attached\n");
         return 1;
     }
     gSentAt.resize(kLatencySamples);
-    auto plugin = [&](uint32_t i) { side.Post(i); };
-    auto batched = [](uint32_t i) { PostBatched(i); };
+    auto plugin = [&](uint32_t i) { pluginSide.Post(i); };
+    auto batched = [&](uint32_t i) { batchedSide.Post(i); };
 
     Throughput(plugin);  // warm both up
     Throughput(batched);
