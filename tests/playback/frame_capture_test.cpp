@@ -1,35 +1,87 @@
-// Frame capture driven by the fake libvlc's video thread stand-in, which
-// renders a per-pixel pattern through the callbacks the plug-in installed, so
-// every copy is checked for stride, orientation and channel order.
+// Frame capture: through the fake libvlc's video thread stand-in, which
+// renders a per-pixel pattern through the callbacks the plug-in installed, and
+// through Debian's libvlc 3.0 decoding quadrants.mp4; every copy is checked
+// pixel by pixel for stride, orientation and channel order.
 #include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 #include <vector>
 
 #include "tests/fakevlc/fakevlc_control.h"
-#include "tests/playback/pixels.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
 using emu::Host;
 using emu::Value;
-using pixels::FirstWrong;
-using pixels::Opaque;
-using pixels::Rows;
 using qrvtest::FakeVLC;
 using qrvtest::NothingRaised;
 using qrvtest::Raised;
+using namespace std::chrono_literals;
+
+// Pixel (x, y) as 0xAARRGGBB; from memory, the four bytes of an RV32 or ARGB32
+// pixel (B, G, R, X) read as one little-endian word, with `alpha` added.
+using Image = std::function<uint32_t(int x, int y)>;
+
+Image Rows(const uint8_t* first, int64_t rowBytes, uint32_t alpha = 0) {
+    return [=](int x, int y) {
+        uint32_t word;
+        memcpy(&word, first + y * rowBytes + 4 * x, 4);
+        return word | alpha;
+    };
+}
+Image InPicture(Host& host, const Value& picture) {
+    return [&host, picture](int x, int y) { return host.PixelARGB(picture, x, y); };
+}
+
+// The first pixel of width x height where a byte of `got` is more than
+// `tolerance` off the one `want` has, or "" when none is.
+std::string FirstWrong(int width, int height, const Image& got, const Image& want, int tolerance = 0) {
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            uint32_t a = got(x, y), b = want(x, y);
+            for (int shift = 0; shift < 32; shift += 8)
+                if (std::abs(int(a >> shift & 0xFF) - int(b >> shift & 0xFF)) > tolerance)
+                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ") has " + std::to_string(a) +
+                           ", not " + std::to_string(b);
+        }
+    return "";
+}
 
 // Frame `frame` of the fake's pattern, as its bytes lie in memory.
-pixels::Image Pattern(int64_t frame) {
-    return [frame](int x, int y) {
+Image Pattern(int64_t frame, uint32_t alpha = 0) {
+    return [=](int x, int y) {
         uint32_t word = 0;
         for (int c = 3; c >= 0; --c) word = word << 8 | fakevlc_pattern(x, y, frame, c);
-        return word;
+        return word | alpha;
     };
+}
+
+constexpr uint32_t kOpaque = 0xFF000000u;
+
+// Every copy of the current frame against `want`: CopyToMemory into padded
+// rows, CopyMemory, CopyPicture (of the host's kind) and the drawn surface.
+void ExpectEveryCopy(Host& host, const Value& player, int width, int height, cairo_surface_t* drawn, const Image& want,
+                     int tolerance) {
+    int64_t rowBytes = 4 * width + 44;
+    std::vector<uint8_t> rows(8 + rowBytes * height);
+    Value to = Value::Pointer(rows.data());
+    ASSERT_TRUE(host.Call(player, "CopyToMemory", {to, Value::Int(8), Value::Int(rowBytes)}).AsBool());
+    EXPECT_EQ(FirstWrong(width, height, Rows(rows.data() + 8, rowBytes, kOpaque), want, tolerance), "");
+    std::vector<uint8_t> block = host.MemoryBytes(host.Call(player, "CopyMemory"));
+    ASSERT_EQ(block.size(), 4u * width * height);
+    EXPECT_EQ(FirstWrong(width, height, Rows(block.data(), 4 * width, kOpaque), want, tolerance), "");
+    int clears = host.clearCacheCalls;
+    Value picture = host.Call(player, "CopyPicture");
+    ASSERT_EQ(host.PictureKindOf(picture), host.options().pictures);
+    EXPECT_EQ(host.clearCacheCalls, clears + 1);
+    EXPECT_EQ(FirstWrong(width, height, InPicture(host, picture), want, tolerance), "");
+    cairo_surface_flush(drawn);
+    Image surface = Rows(cairo_image_surface_get_data(drawn), cairo_image_surface_get_stride(drawn));
+    EXPECT_EQ(FirstWrong(width, height, surface, want, tolerance), "") << "drawn context";
 }
 
 const char kNoBuffer[] = "Failed to allocate 0 bytes of memory for picture buffer.";
@@ -135,19 +187,17 @@ TEST_F(Capture, ReadersWaitForTheFrameTheDecoderHolds) {
     SetCallback(16, 16);
     SetCallback(16, 16);  // the mutex outlives reconfiguration
     fake.renderFrame(1);
-    using Clock = std::chrono::steady_clock;
     auto waited = [&](const std::function<void()>& read) {
         std::thread decoder(fake.holdFrame, 400);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        Clock::time_point start = Clock::now();
+        std::this_thread::sleep_for(100ms);
+        auto start = std::chrono::steady_clock::now();
         read();
-        auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
         decoder.join();
-        return elapsed.count();
+        return std::chrono::steady_clock::now() - start;
     };
-    EXPECT_GE(waited([&] { host->Call(player, "CopyMemory"); }), 200);
-    EXPECT_GE(waited([&] { HasNewFrame(); }), 200);
-    EXPECT_GE(waited([&] { host->Call(player, "CopyPicture"); }), 200);
+    EXPECT_GE(waited([&] { host->Call(player, "CopyMemory"); }), 200ms);
+    EXPECT_GE(waited([&] { HasNewFrame(); }), 200ms);
+    EXPECT_GE(waited([&] { host->Call(player, "CopyPicture"); }), 200ms);
 }
 
 // Pictures of either kind the host makes (cairo's ARGB32 is native-endian, as
@@ -160,17 +210,9 @@ TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
         SetCallback(24, 10, reinterpret_cast<int64_t>(context));
         cairo_destroy(context);  // the player keeps its own reference
         fake.renderFrame(7);
-        int clears = host->clearCacheCalls;
-        Value picture = host->Call(player, "CopyPicture");
-        ASSERT_FALSE(picture.IsNil());
-        EXPECT_EQ(host->PictureKindOf(picture), kind);
-        EXPECT_EQ(FirstWrong(24, 10, pixels::InPicture(*host, picture), Opaque(Pattern(7))), "");
-        EXPECT_EQ(host->clearCacheCalls, clears + 1);
+        ExpectEveryCopy(*host, player, 24, 10, surface, Pattern(7, kOpaque), 0);
         EXPECT_FALSE(HasNewFrame());
-        cairo_surface_flush(surface);
-        uint8_t* drawn = cairo_image_surface_get_data(surface);
-        EXPECT_EQ(FirstWrong(24, 10, Rows(drawn, cairo_image_surface_get_stride(surface)), Opaque(Pattern(7))), "");
-        picture = player = Value();  // the destructor gives the context back
+        player = Value();  // the destructor gives the context back
         cairo_surface_destroy(surface);
     }
 }
@@ -231,10 +273,42 @@ TEST_F(Capture, ListPlayerModeItemsAndPlayerReferences) {
     host->Call(listPlayer, "SetMediaList", {host->NewRaw("VLCMediaListQRV")});
     EXPECT_TRUE(Raised(*host, "NilObjectException", "List is nil"));
     EXPECT_TRUE(host->Get(listPlayer, "List").IsNil());
-    EXPECT_FALSE(host->Call(listPlayer, "PlayItem", {Value()}).AsBool());
-    EXPECT_TRUE(Raised(*host, "NilObjectException", "Item is nil"));
-    fake.setInt("libvlc_media_list_player_next", -1);
-    EXPECT_FALSE(host->Call(listPlayer, "MoveNext").AsBool());
+}
+
+// quadrants.mp4, 64 x 48: red, green, blue and white quadrants inside a
+// one-pixel black border.
+uint32_t Quadrants(int x, int y) {
+    if (x == 0 || y == 0 || x == 63 || y == 47) return 0xFF000000u;
+    const uint32_t colours[] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
+    return colours[(y >= 24) * 2 + (x >= 32)];
+}
+
+// Decoded pixels, within the codec's rounding, through every copy and in
+// either kind of host picture.
+TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
+    for (emu::PictureKind kind : {emu::PictureKind::Gd, emu::PictureKind::Cairo}) {
+        emu::HostOptions options;
+        options.pictures = kind;
+        Host host(options);
+        ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
+        Value media =
+            host.CallShared("VLCMediaQRV", "MediaWithPath",
+                            {qrvtest::HeadlessInstance(host), host.String(qrvtest::SamplePath("quadrants.mp4"))});
+        Value player = host.New("VLCMediaPlayerQRV", {media});
+        cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 64, 48);
+        cairo_t* context = cairo_create(surface);
+        host.Call(player, "VideoSetCallback",
+                  {Value::Int(64), Value::Int(48), Value::Int(reinterpret_cast<int64_t>(context))});
+        cairo_destroy(context);
+        ASSERT_TRUE(host.Call(player, "Play").AsBool());
+        ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 5000ms));
+        host.PumpFor(200ms);
+
+        host.Call(player, "Stop");
+        ExpectEveryCopy(host, player, 64, 48, surface, Quadrants, 8);
+        player = media = Value();
+        cairo_surface_destroy(surface);
+    }
 }
 
 }  // namespace
