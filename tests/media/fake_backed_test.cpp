@@ -60,15 +60,20 @@ TEST_F(WithFake, InstanceMethodsConvertLibvlcAnswers) {
     fake.setPtr("libvlc_audio_output_device_longname", Text("Device \xC3\xA9"));
     EXPECT_EQ(host.Text(host.Call(vlc, "GetAudioOutputDeviceLongName", longName)), "Device \xC3\xA9");
     EXPECT_TRUE(NothingRaised(host));
+    // A destroyed instance is uninitialised.
+    host.Call(vlc, "Destructor");
+    EXPECT_EQ(host.Get(vlc, "Handle").AsInt(), 0);
+    EXPECT_EQ(fake.calls("libvlc_release"), 1);
+    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("x")}).AsBool());
+    EXPECT_TRUE(RaisedNotInitialized(host));
 }
 
 // Lists become record chains, head first, each list released once; an empty
 // list is nil and nothing is released.
 TEST_F(WithFake, ListsBecomeRecordChainsHeadFirst) {
-    EXPECT_TRUE(host.Call(vlc, "GetAudioOutputList").IsNil());
+    for (const char* list : {"GetAudioOutputList", "GetVideoFilterList", "GetAudioFilterList"})
+        EXPECT_TRUE(host.Call(vlc, list).IsNil()) << list;
     EXPECT_TRUE(host.Call(vlc, "AudioOutputDevices", {host.String("pulse")}).IsNil());
-    EXPECT_TRUE(host.Call(vlc, "GetVideoFilterList").IsNil());
-    EXPECT_TRUE(host.Call(vlc, "GetAudioFilterList").IsNil());
     EXPECT_EQ(fake.calls("libvlc_audio_output_list_release") + fake.calls("libvlc_audio_output_device_list_release") +
                   fake.calls("libvlc_module_description_list_release"),
               0);
@@ -174,14 +179,6 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedData) {
     ASSERT_EQ(path.rfind("/tmp/temp.", 0), 0u) << path;
     EXPECT_NE(access(path.c_str(), F_OK), 0) << path << " should be gone";
     EXPECT_TRUE(NothingRaised(host));
-}
-
-TEST_F(WithFake, DestroyedInstanceIsUninitialised) {
-    host.Call(vlc, "Destructor");
-    EXPECT_EQ(host.Get(vlc, "Handle").AsInt(), 0);
-    EXPECT_EQ(fake.calls("libvlc_release"), 1);
-    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("x")}).AsBool());
-    EXPECT_TRUE(RaisedNotInitialized(host));
 }
 
 // Values libvlc 3.0 would use unchecked as indexes raise before reaching it.

@@ -68,15 +68,11 @@ TEST(RealLibvlcErrors, ErrorTextOnlyWhileAnInstanceLives) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
-TEST_F(RealLibvlc, InstanceListsOutputsAndFilters) {
-    std::vector<std::string> outputs;
+TEST_F(RealLibvlc, InstanceListsItsAudioOutputs) {
+    std::set<std::string> outputs;
     for (Value node = host.Call(vlc, "GetAudioOutputList"); !node.IsNil(); node = host.Get(node, "NextOutput"))
-        outputs.push_back(host.Text(host.Get(node, "Name")));
-    EXPECT_NE(std::find(outputs.begin(), outputs.end(), "adummy"), outputs.end());
-    Value filters = host.Call(vlc, "GetVideoFilterList");
-    ASSERT_FALSE(filters.IsNil());
-    EXPECT_FALSE(host.Get(filters, "Name").IsNil());
-    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("no-such-interface")}).AsBool());
+        outputs.insert(host.Text(host.Get(node, "Name")));
+    EXPECT_EQ(outputs.count("adummy"), 1u);
     EXPECT_TRUE(NothingRaised(host));
 }
 
@@ -193,25 +189,24 @@ TEST_F(RealLibvlc, MediaListOperationsAndTheLockAudit) {
     Value absent = Shared("MediaWithPath", host.String(SamplePath("sample.mp4")));
     int64_t locks = host.LockCount(first);
     size_t objects = host.LiveObjects();
-    EXPECT_TRUE(host.Call(list, "AddMedia", {first}).AsBool());
-    EXPECT_TRUE(host.Call(list, "InsertMedia", {second, Value::Int(0)}).AsBool());
-    EXPECT_EQ(host.Call(list, "Count").AsInt(), 2);
-    EXPECT_EQ(host.Call(list, "IndexOfItem", {first}).AsInt(), 1);
-    EXPECT_EQ(host.Call(list, "IndexOfItem", {absent}).AsInt(), -1);
-    EXPECT_TRUE(host.Call(list, "ItemAtIndex", {Value::Int(2)}).IsNil());
     host.Set(first, "Tag", Value::Int(0x5eed));
+    ExpectAnswers(host, list,
+                  {{"AddMedia", 1, {first}},
+                   {"InsertMedia", 1, {second, Value::Int(0)}},
+                   {"Count", 2},
+                   {"IndexOfItem", 1, {first}},
+                   {"IndexOfItem", -1, {absent}},
+                   {"isReadOnly", 0}});
+    EXPECT_TRUE(host.Call(list, "ItemAtIndex", {Value::Int(2)}).IsNil());
     {
         Value item = host.Call(list, "ItemAtIndex", {Value::Int(1)});
         EXPECT_NE(item.AsObject(), first.AsObject());
         EXPECT_EQ(host.Get(item, "Handle").AsInt(), host.Get(first, "Handle").AsInt());
         EXPECT_EQ(host.Get(item, "Tag").AsInt(), 0x5eed);
     }
-    EXPECT_FALSE(host.Call(list, "isReadOnly").AsBool());
     host.Call(list, "Lock");
     host.Call(list, "Unlock");
-    EXPECT_FALSE(host.Call(list, "Remove", {Value::Int(7)}).AsBool());
-    EXPECT_TRUE(host.Call(list, "Remove", {Value::Int(0)}).AsBool());
-    EXPECT_EQ(host.Call(list, "Count").AsInt(), 1);
+    ExpectAnswers(host, list, {{"Remove", 0, {Value::Int(7)}}, {"Remove", 1, {Value::Int(0)}}, {"Count", 1}});
     host.Call(list, "SetMedia", {absent});
     EXPECT_EQ(host.Get(host.Call(list, "GetMedia"), "Handle").AsInt(), host.Get(absent, "Handle").AsInt());
     EXPECT_TRUE(NothingRaised(host));

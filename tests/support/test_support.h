@@ -42,11 +42,6 @@ inline const bool kHostChecksInstalled = [] {
 
 inline std::string SamplePath(const std::string& name) { return emu::SourceDir() + "/samples/" + name; }
 
-// Arguments that run libvlc without a display, a sound card or an interface.
-inline std::vector<std::string> HeadlessArgs() {
-    return {"--intf=dummy", "--vout=dummy", "--aout=dummy", "--no-video-title-show", "--quiet", "--no-stats"};
-}
-
 inline ::testing::AssertionResult Raised(const emu::Host& host, const std::string& className,
                                          const std::string& message) {
     if (!host.exception) return ::testing::AssertionFailure() << "nothing raised, expected " << className;
@@ -92,9 +87,10 @@ inline bool LoadRealLibvlc(emu::Host& host) {
     return host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String("libvlc.so.5")}).AsBool();
 }
 
-// A VLCInstanceQRV on the real libvlc, headless.
+// A VLCInstanceQRV on the real libvlc without a display, a sound card or an interface.
 inline emu::Value HeadlessInstance(emu::Host& host) {
-    return host.New("VLCInstanceQRV", {host.StringArray(HeadlessArgs())});
+    return host.New("VLCInstanceQRV", {host.StringArray({"--intf=dummy", "--vout=dummy", "--aout=dummy",
+                                                         "--no-video-title-show", "--quiet", "--no-stats"})});
 }
 
 // Captures what the plug-in writes to standard error (its trace sink).
@@ -137,7 +133,6 @@ public:
     std::string path;
     void (*reset)() = Sym("fakevlc_reset");
     void (*setInt)(const char*, int64_t) = Sym("fakevlc_set_int");
-    void (*setDouble)(const char*, double) = Sym("fakevlc_set_double");
     void (*setPtr)(const char*, void*) = Sym("fakevlc_set_ptr");
     int64_t (*calls)(const char*) = Sym("fakevlc_calls");
     const char* (*text)(const char*) = Sym("fakevlc_text");
