@@ -12,10 +12,8 @@
 
 namespace qrvtest {
 
-// Every test runs under the emulator's checks: a fault it sees in the plug-in
-// fails the running test, and each test ends with the audit (what the
-// plug-in holds through a host still alive then must balance what it held
-// when the test started; a host that goes away audits itself).
+// A fault the emulator sees in the plug-in fails the running test, and what the
+// plug-in holds through a host alive at both ends of a test must balance.
 class HostAuditListener : public ::testing::EmptyTestEventListener {
 public:
     void OnTestStart(const ::testing::TestInfo&) override {
@@ -44,11 +42,6 @@ inline const bool kHostChecksInstalled = [] {
 
 inline std::string SamplePath(const std::string& name) { return emu::SourceDir() + "/samples/" + name; }
 
-// Arguments that run libvlc without a display, a sound card or an interface.
-inline std::vector<std::string> HeadlessArgs() {
-    return {"--intf=dummy", "--vout=dummy", "--aout=dummy", "--no-video-title-show", "--quiet", "--no-stats"};
-}
-
 inline ::testing::AssertionResult Raised(const emu::Host& host, const std::string& className,
                                          const std::string& message) {
     if (!host.exception) return ::testing::AssertionFailure() << "nothing raised, expected " << className;
@@ -73,14 +66,31 @@ inline ::testing::AssertionResult RaisedNotInitialized(const emu::Host& host) {
     return Raised(host, "VLCNotInitializedExceptionQRV", "VLC object not initialized.");
 }
 
+// A row of ExpectAnswers: a method and its arguments, or a property as "get Name".
+struct Answer {
+    std::string member;
+    double expected;  // Booleans as 0 or 1
+    std::vector<emu::Value> args = {};
+};
+
+// Runs the rows in order on one object and compares each answer.
+inline void ExpectAnswers(emu::Host& host, const emu::Value& self, const std::vector<Answer>& rows) {
+    for (const Answer& row : rows) {
+        bool property = row.member.rfind("get ", 0) == 0;
+        emu::Value got = property ? host.Get(self, row.member.substr(4)) : host.Call(self, row.member, row.args);
+        EXPECT_EQ(got.AsDouble(), row.expected) << row.member;
+    }
+}
+
 // Loads the system's libvlc 3.0 into the plug-in of this host.
 inline bool LoadRealLibvlc(emu::Host& host) {
     return host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String("libvlc.so.5")}).AsBool();
 }
 
-// A VLCInstanceQRV on the real libvlc, headless.
+// A VLCInstanceQRV on the real libvlc without a display, a sound card or an interface.
 inline emu::Value HeadlessInstance(emu::Host& host) {
-    return host.New("VLCInstanceQRV", {host.StringArray(HeadlessArgs())});
+    return host.New("VLCInstanceQRV", {host.StringArray({"--intf=dummy", "--vout=dummy", "--aout=dummy",
+                                                         "--no-video-title-show", "--quiet", "--no-stats"})});
 }
 
 // Captures what the plug-in writes to standard error (its trace sink).
@@ -90,34 +100,24 @@ public:
     std::string Finish() { return ::testing::internal::GetCapturedStderr(); }
 };
 
-}  // namespace qrvtest
-
-namespace qrvtest {
-
 // The fake libvlc's control functions, reached through the same file the
 // plug-in loads (same handle, same state).
 class FakeVLC {
+    void* handle_;
+    // Converts to whichever function pointer type it initialises.
+    struct Symbol {
+        void* address;
+        template <typename Fn>
+        operator Fn*() const {
+            return reinterpret_cast<Fn*>(address);
+        }
+    };
+    Symbol Sym(const char* name) const { return {handle_ ? dlsym(handle_, name) : nullptr}; }
+
 public:
-    explicit FakeVLC(bool partial = false) : path(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH) {
-        handle_ = dlopen(path.c_str(), RTLD_NOW);
-        Bind(reset, "fakevlc_reset");
-        Bind(setInt, "fakevlc_set_int");
-        Bind(setDouble, "fakevlc_set_double");
-        Bind(setPtr, "fakevlc_set_ptr");
-        Bind(calls, "fakevlc_calls");
-        Bind(text, "fakevlc_text");
-        Bind(integer, "fakevlc_int");
-        Bind(newMedia, "fakevlc_new_media");
-        Bind(mediaRefs, "fakevlc_media_refs");
-        Bind(attached, "fakevlc_attached");
-        Bind(fire, "fakevlc_fire");
-        Bind(fireFromThreads, "fakevlc_fire_from_threads");
-        Bind(eventManager, "fakevlc_event_manager");
-        Bind(log, "fakevlc_log");
-        Bind(requestExit, "fakevlc_request_exit");
-        Bind(renderFrame, "fakevlc_render_frame");
-        Bind(vout, "fakevlc_vout");
-        Bind(holdFrame, "fakevlc_hold_frame");
+    explicit FakeVLC(bool partial = false)
+        : handle_(dlopen(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH, RTLD_NOW)),
+          path(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH) {
         if (reset) reset();
     }
     bool Loaded() const { return handle_ != nullptr && reset != nullptr; }
@@ -131,31 +131,24 @@ public:
     }
 
     std::string path;
-    void (*reset)() = nullptr;
-    void (*setInt)(const char*, int64_t) = nullptr;
-    void (*setDouble)(const char*, double) = nullptr;
-    void (*setPtr)(const char*, void*) = nullptr;
-    int64_t (*calls)(const char*) = nullptr;
-    const char* (*text)(const char*) = nullptr;
-    int64_t (*integer)(const char*) = nullptr;
-    libvlc_media_t* (*newMedia)() = nullptr;
-    int64_t (*mediaRefs)(libvlc_media_t*) = nullptr;
-    int64_t (*attached)(libvlc_event_manager_t*, int) = nullptr;
-    void (*fire)(libvlc_event_manager_t*, const libvlc_event_t*) = nullptr;
-    void (*fireFromThreads)(libvlc_event_manager_t*, const libvlc_event_t*, int, int64_t) = nullptr;
-    libvlc_event_manager_t* (*eventManager)() = nullptr;
-    void (*log)(int, const char*, const char*, unsigned, const char*, int) = nullptr;
-    void (*requestExit)() = nullptr;
-    int (*renderFrame)(int64_t frame) = nullptr;
-    void (*vout)(int open) = nullptr;
-    void (*holdFrame)(int64_t milliseconds) = nullptr;
-
-private:
-    template <typename Fn>
-    void Bind(Fn& fn, const char* name) {
-        fn = handle_ ? reinterpret_cast<Fn>(dlsym(handle_, name)) : nullptr;
-    }
-    void* handle_ = nullptr;
+    void (*reset)() = Sym("fakevlc_reset");
+    void (*setInt)(const char*, int64_t) = Sym("fakevlc_set_int");
+    void (*setPtr)(const char*, void*) = Sym("fakevlc_set_ptr");
+    int64_t (*calls)(const char*) = Sym("fakevlc_calls");
+    const char* (*text)(const char*) = Sym("fakevlc_text");
+    int64_t (*integer)(const char*) = Sym("fakevlc_int");
+    libvlc_media_t* (*newMedia)() = Sym("fakevlc_new_media");
+    int64_t (*mediaRefs)(libvlc_media_t*) = Sym("fakevlc_media_refs");
+    int64_t (*attached)(libvlc_event_manager_t*, int) = Sym("fakevlc_attached");
+    void (*fire)(libvlc_event_manager_t*, const libvlc_event_t*) = Sym("fakevlc_fire");
+    void (*fireFromThreads)(libvlc_event_manager_t*, const libvlc_event_t*, int,
+                            int64_t) = Sym("fakevlc_fire_from_threads");
+    libvlc_event_manager_t* (*eventManager)() = Sym("fakevlc_event_manager");
+    void (*log)(int, const char*, const char*, unsigned, const char*, int) = Sym("fakevlc_log");
+    void (*requestExit)() = Sym("fakevlc_request_exit");
+    int (*renderFrame)(int64_t frame) = Sym("fakevlc_render_frame");
+    void (*vout)(int open) = Sym("fakevlc_vout");
+    void (*holdFrame)(int64_t milliseconds) = Sym("fakevlc_hold_frame");
 };
 
 }  // namespace qrvtest
