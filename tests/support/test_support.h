@@ -42,6 +42,27 @@ inline const bool kHostChecksInstalled = [] {
     return true;
 }();
 
+// The plug-in's classes in the order it registers them.
+inline const char* const kClassNames[] = {"VLCInstanceQRV",
+                                          "VLCMediaQRV",
+                                          "VLCMediaListQRV",
+                                          "VLCMediaLibraryQRV",
+                                          "VLCMediaPlayerQRV",
+                                          "VLCEventManagerQRV",
+                                          "VLCMediaListPlayerQRV",
+                                          "VLCMediaDiscovererQRV",
+                                          "VLCTrackDescriptionQRV",
+                                          "VLCAudioOutputQRV",
+                                          "VLCAudioOutputDeviceQRV",
+                                          "VLCMissingFunctionExceptionQRV",
+                                          "VLCNotInitializedExceptionQRV",
+                                          "VLCMediaStatsQRV",
+                                          "VLCMediaTrackInfoQRV",
+                                          "VLCMediaTrackQRV",
+                                          "VLCEqualizerQRV",
+                                          "VLCExitHandlerQRV",
+                                          "VLCModuleDescriptionQRV"};
+
 inline std::string SamplePath(const std::string& name) { return emu::SourceDir() + "/samples/" + name; }
 
 // Arguments that run libvlc without a display, a sound card or an interface.
