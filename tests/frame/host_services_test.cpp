@@ -32,6 +32,10 @@ protected:
         DebuggingEnabled = 0;
     }
     void SetUp() override { Start(); }
+    void Restart(emu::HostOptions options) {
+        TearDown();
+        Start(options);
+    }
     void TearDown() override {
         DebuggingEnabled = 0;
         SetHostResolver(nullptr);
@@ -52,28 +56,46 @@ TEST_F(HostServices, ReadingHostStringsAsUTF8) {
     rbText nil(nullptr);
     ASSERT_NE(nil.GetUTF8(), nullptr);
     EXPECT_STREQ(nil.GetUTF8(), "");
+    const struct {
+        std::string bytes;
+        uint32_t encoding;
+        const char* utf8;
+    } cases[] = {{"plain", kEncodingASCII, "plain"},
+                 {"caf\xC3\xA9", kEncodingUTF8, "caf\xC3\xA9"},
+                 {std::string("h\0i\0", 4), kEncodingUTF16, "hi"},
+                 {"\xE9t\xE9", kEncodingISOLatin1, "\xC3\xA9t\xC3\xA9"},
+                 // The host's "unknown" tag: 0xE9 is read as Mac Roman, where it stands for U+00C8.
+                 {"\xE9", kEncodingUnknown, "\xC3\x88"},
+                 {"abc", kEncodingUnknown, "abc"}};
+    std::vector<emu::Value> strings;
+    for (const auto& c : cases) {
+        strings.push_back(host().String(c.bytes, c.encoding));
+        EXPECT_EQ(UTF8Of(strings.back().AsString()), c.utf8);
+    }
+    EXPECT_EQ(host().LiveStrings(), strings.size()) << "readers give back what they made";
+}
 
-    emu::Value ascii = host().String("plain", kEncodingASCII);
-    EXPECT_EQ(UTF8Of(ascii.AsString()), "plain");
-    emu::Value utf8 = host().String("caf\xC3\xA9", kEncodingUTF8);
-    EXPECT_EQ(UTF8Of(utf8.AsString()), "caf\xC3\xA9");
-    emu::Value utf16 = host().String(std::string("h\0i\0", 4), kEncodingUTF16);
-    EXPECT_EQ(UTF8Of(utf16.AsString()), "hi");
-    emu::Value latin1 = host().String("\xE9t\xE9", kEncodingISOLatin1);
-    EXPECT_EQ(UTF8Of(latin1.AsString()), "\xC3\xA9t\xC3\xA9");
-    // The host's "unknown" tag: 0xE9 is read as Mac Roman, where it stands for U+00C8.
-    emu::Value unknown = host().String("\xE9", kEncodingUnknown);
-    EXPECT_EQ(UTF8Of(unknown.AsString()), "\xC3\x88");
-    emu::Value unknownAscii = host().String("abc", kEncodingUnknown);
-    EXPECT_EQ(UTF8Of(unknownAscii.AsString()), "abc");
-    EXPECT_EQ(host().LiveStrings(), 6u) << "readers give back what they made";
+// The strict check that decides how libvlc's log lines are read.
+TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
+    auto valid = [](const char* text) {
+        return IsStrictUTF8(reinterpret_cast<const unsigned char*>(text), strlen(text));
+    };
+    // Every length, around overlongs and surrogates, up to U+10FFFF.
+    for (const char* text : {"abc\xC3\xA9", "\t\r\nplain text ~", "\xE0\xA0\x80", "\xE2\x82\xAC", "\xED\x9F\xBF",
+                             "\xEE\x80\x80\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF3\xBF\xBF\xBF\xF4\x8F\xBF\xBF"})
+        EXPECT_TRUE(valid(text)) << text;
+    // A control byte fails the whole text; overlongs of each length, a surrogate, past U+10FFFF, truncated
+    // sequences, Latin-1 "é", a bad continuation.
+    for (const char* text :
+         {"abc\x01\xC3\xA9", "abc\x7F", "\xC0\xAF", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF", "\xED\xA0\x80",
+          "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xC3", "\xE2\x82", "\xF0\x90\x80", "\xE9", "\xC3\x28"})
+        EXPECT_FALSE(valid(text)) << text;
 }
 
 TEST_F(HostServices, UnterminatedConvertedTextIsCopied) {
-    TearDown();
     emu::HostOptions options;
     options.stringDataUnterminated = true;
-    Start(options);
+    Restart(options);
     DebuggingEnabled = 1;
     emu::Value utf8 = host().String("\xC3\xA9t\xC3\xA9", kEncodingUTF8);
     StderrCapture capture;
@@ -107,13 +129,11 @@ TEST_F(HostServices, BuildingHostStringsPicksTheEncoding) {
     EXPECT_NE(trace.find("QRV Debug: Count too big for REALBuildUnicodeString.\n"), std::string::npos);
     EXPECT_NE(trace.find("QRV Debug: Unknown encoding in REALBuildUnicodeString 4\n"), std::string::npos);
     EXPECT_EQ(host().LiveStrings(), 5u);  // the UTF-16 intermediate was released
-}
 
-TEST_F(HostServices, OldHostsBuildThenTagStrings) {
-    rbversion = 2011.5;
-    emu::Value s = Adopt(REALBuildUnicodeString("caf\xC3\xA9", 5, kEncodingUTF8));
-    EXPECT_EQ(host().Encoding(s), kEncodingUTF8);
-    EXPECT_EQ(host().Text(s), "caf\xC3\xA9");
+    rbversion = 2011.5;  // old hosts build, then tag
+    emu::Value old = Adopt(REALBuildUnicodeString("caf\xC3\xA9", 5, kEncodingUTF8));
+    EXPECT_EQ(host().Encoding(old), kEncodingUTF8);
+    EXPECT_EQ(host().Text(old), "caf\xC3\xA9");
 }
 
 TEST_F(HostServices, DetectsTheEncodingOfUnknownText) {
@@ -132,7 +152,6 @@ TEST_F(HostServices, OutOfBoundsTexts) {
     ASSERT_TRUE(raised);
     EXPECT_EQ(raised->className, "OutOfBoundsException");
     EXPECT_EQ(raised->message, "The parameter index  is too big. Range is 0 to 4, but value is 7.");
-
     RaiseOutOfBoundsException(-1, 3, "index", "");
     EXPECT_EQ(host().TakeRaised()->message, "The parameter index  is too small. Range is 0 to 2, but value is -1.");
     RaiseOutOfBoundsException(9, 9, nullptr, "PresetName");
@@ -170,29 +189,26 @@ TEST_F(HostServices, StandardExceptionsBecomeHostExceptions) {
 }
 
 TEST_F(HostServices, ExceptionClassFallsBackToRuntimeException) {
-    TearDown();
     emu::HostOptions options;
     options.refusedClasses = {"NilObjectException"};
-    Start(options);
+    Restart(options);
     RaiseNilObjectException("vlc parameter is nil");
     auto raised = host().TakeRaised();
     ASSERT_TRUE(raised);
     EXPECT_EQ(raised->className, "RuntimeException");
     EXPECT_EQ(raised->message, "vlc parameter is nil");
 
-    TearDown();
     options.refusedClasses = {"NilObjectException", "RuntimeException"};
-    Start(options);
+    Restart(options);
     RaiseNilObjectException("vlc parameter is nil");
     EXPECT_FALSE(host().TakeRaised());
 }
 
 TEST_F(HostServices, ArraysAreReadInPlaceOnlyWhenTheLayoutChecks) {
     for (bool broken : {false, true}) {
-        TearDown();
         emu::HostOptions options;
         options.brokenArrayLayout = broken;
-        Start(options);
+        Restart(options);
         ArrayAccessTested = false;
         emu::Value array = host().StringArray({"zero", "one", "two"});
         EXPECT_EQ(ArrayUpperBound(array.AsObject()), 2);
@@ -213,16 +229,14 @@ TEST_F(HostServices, MemoryBlocksSmallerThanAskedAreRefused) {
     EXPECT_EQ(REALMemoryBlockGetSize(block), 100);
     REALUnlockObject(block);
 
-    TearDown();
     emu::HostOptions options;
     options.memoryBlocksShort = true;
-    Start(options);
+    Restart(options);
     EXPECT_EQ(NewMemoryBlock(100), nullptr);
 
-    TearDown();
     options.memoryBlocksShort = false;
     options.hidden = {"PluginCallFunctionWithExceptionHandler"};
-    Start(options);
+    Restart(options);
     block = NewMemoryBlock(8);
     EXPECT_NE(block, nullptr) << "hosts without the handler entry get a direct call";
     EXPECT_TRUE(host().hiddenAsked.count("PluginCallFunctionWithExceptionHandler")) << "asked of this host";

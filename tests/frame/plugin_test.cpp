@@ -1,11 +1,12 @@
-// The built plug-in as the host loads it: registration, loading libvlc, the
-// library-level shared methods and the trace.
+// The built plug-in as the host loads it: loading libvlc (also through folder
+// items naming real files whose names are not plain ASCII), the library-level
+// shared methods and the trace.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <string>
 
 #include "host/emulator.h"
@@ -13,6 +14,7 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using emu::Host;
 using emu::HostOptions;
 using emu::Value;
@@ -25,44 +27,6 @@ Value Shared(Host& host, const char* method, std::vector<Value> args = {}) {
     return host.CallShared("VLCInstanceQRV", method, std::move(args));
 }
 
-TEST(PluginRegistration, RecordsReachTheHostFixedForItsVersion) {
-    for (auto [version, expected] : {std::pair{2012.0, 10}, {2013.03, 12}, {2021.0, 13}}) {
-        HostOptions options;
-        options.version = version;
-        Host host(options);
-        EXPECT_EQ(host.registeredVersion, expected);
-        auto classes = host.PluginClasses();
-        ASSERT_EQ(classes.size(), 19u);
-        for (const emu::ClassInfo* cls : classes) {
-            EXPECT_EQ(cls->record->version, static_cast<uint32_t>(expected)) << cls->name;
-            EXPECT_EQ(cls->record->dataSize % 16, 0u) << cls->name;
-        }
-    }
-}
-
-TEST(PluginRegistration, HiddenRegisterEntryRegistersNothing) {
-    HostOptions options;
-    options.hidden = {"PluginRegisterClass"};
-    Host host(options);
-    EXPECT_TRUE(host.PluginClasses().empty());
-    EXPECT_EQ(host.registeredVersion, 13);
-}
-
-TEST(PluginRegistration, DebuggingIsAHiddenSharedProperty) {
-    Host host;
-    const REALclassDefinition* record = host.FindClass("VLCInstanceQRV")->record;
-    ASSERT_EQ(record->sharedPropertyCount, 1u);
-    const REALproperty& debugging = record->sharedProperties[0];
-    EXPECT_STREQ(debugging.name, "Debugging");
-    EXPECT_EQ(debugging.flags, 38u);
-    ASSERT_EQ(debugging.attributeCount, 1u);
-    EXPECT_STREQ(debugging.attributes[0].name, "Hidden");
-    EXPECT_STREQ(debugging.attributes[0].value, "");
-    EXPECT_FALSE(host.GetShared("VLCInstanceQRV", "Debugging").AsBool());
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-    EXPECT_TRUE(host.GetShared("VLCInstanceQRV", "Debugging").AsBool());
-}
-
 TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
     Host host;
     host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
@@ -70,6 +34,9 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
     EXPECT_TRUE(LoadRealLibvlc(host));
     std::string trace = capture.Finish();
     EXPECT_TRUE(NothingRaised(host));
+    size_t reported = 0;
+    for (size_t at = 0; (at = trace.find("\nQRV Debug: ReportError\n", at)) != std::string::npos; ++at) ++reported;
+    EXPECT_EQ(reported, 4u) << trace;
     for (const char* name : {"libvlc_vlm_get_media_instance_title", "libvlc_vlm_get_media_instance_chapter",
                              "libvlc_vlm_get_media_instance_seekable", "libvlc_media_list_add_file_content"})
         EXPECT_NE(trace.find(std::string("QRV Debug: ") + name + "\nQRV Debug: ReportError\n"), std::string::npos)
@@ -100,9 +67,8 @@ TEST(LoadLibrary, NonLibraryFileFailsWithTheLoadersMessage) {
         Host host;
         EXPECT_FALSE(Shared(host, "LoadLibrary", {host.String(path)}).AsBool());
         std::string first = host.Text(Shared(host, "GetLoadError"));
-        std::string second = host.Text(Shared(host, "GetLoadError"));
         EXPECT_NE(first.find(path), std::string::npos) << first;
-        EXPECT_EQ(first, second);
+        EXPECT_EQ(host.Text(Shared(host, "GetLoadError")), first);
         size_t strings = host.LiveStrings();
         Shared(host, "GetLoadError");
         EXPECT_EQ(host.LiveStrings(), strings) << "the answer carries its own reference";
@@ -117,43 +83,77 @@ TEST(LoadLibrary, TheResultLooksAtTheTableNotAtThisOpen) {
     ASSERT_TRUE(LoadRealLibvlc(host));
     EXPECT_TRUE(Shared(host, "LoadLibrary", {host.String("/nonexistent/libvlc.so")}).AsBool());
     EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/libvlc.so"), std::string::npos);
+    // A folder item that does not open keeps the table too.
+    EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem("/nonexistent/x.so")}).AsBool());
+    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/x.so"), std::string::npos);
     // A nil argument clears the error and keeps the table.
     EXPECT_TRUE(Shared(host, "LoadLibrary", {Value()}).AsBool());
     EXPECT_TRUE(Shared(host, "GetLoadError").IsNil());
 }
 
-TEST(LoadLibrary, FolderItemPath) {
+// A scratch folder named with a precomposed "é" (U+00E9), removed afterwards.
+class PrecomposedNames : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char scratch[] = "/tmp/qrv-paths-XXXXXX";
+        ASSERT_NE(mkdtemp(scratch), nullptr);
+        root = scratch;
+        folder = root / "caf\xC3\xA9";
+        fs::create_directory(folder);
+    }
+    void TearDown() override { fs::remove_all(root); }
+
+    fs::path root, folder;
+};
+
+TEST_F(PrecomposedNames, LoadLibraryOpensALibvlcInsideTheFolder) {
+    Dl_info info{};
+    ASSERT_NE(dladdr(dlsym(dlopen("libvlc.so.5", RTLD_NOW), "libvlc_new"), &info), 0);
+    fs::create_symlink(fs::canonical(info.dli_fname), folder / "libvlc.so.5");
     Host host;
-    Value item = host.FolderItem("/usr/lib/x86_64-linux-gnu/libvlc.so.5");
-    EXPECT_TRUE(Shared(host, "LoadLibrary", {item}).AsBool());
-    EXPECT_FALSE(Shared(host, "GetLoadError").IsNil());  // libvlc 3.0 lacks four functions
-    // A folder item that does not open keeps the table of the first load.
-    EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem("/nonexistent/x.so")}).AsBool());
-    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/x.so"), std::string::npos);
+    EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem(folder / "libvlc.so.5")}).AsBool());
+    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("libvlc_media_list_add_file_content"), std::string::npos)
+        << "libvlc 3.0 lacks four functions";
 }
 
-TEST(SharedMethods, MissingFunctionsBeforeAnyLoad) {
+TEST_F(PrecomposedNames, MediaWithFileAndSetLogFileUseTheNamedFiles) {
+    fs::path media = folder / "caf\xC3\xA9.mp4";
+    fs::copy_file(qrvtest::SamplePath("sample.mp4"), media);
+    fs::path log = folder / "journal \xC3\xA9t\xC3\xA9.log";
     Host host;
-    EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_clock"));
-    EXPECT_TRUE(Shared(host, "GetVersion").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_get_version"));
-    EXPECT_TRUE(Shared(host, "GetCompiler").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_get_compiler"));
-    EXPECT_TRUE(Shared(host, "GetChangeset").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_get_changeset"));
-    EXPECT_TRUE(Shared(host, "ErrorMessage").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_errmsg"));
-    Shared(host, "ClearError");
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_clearerr"));
-}
-
-TEST(SharedMethods, WithoutRaiseEntryNothingIsRaised) {
-    HostOptions options;
-    options.hidden = {"RuntimeRaiseException"};
-    Host host(options);
-    EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
+    ASSERT_TRUE(LoadRealLibvlc(host));
+    Value vlc = qrvtest::HeadlessInstance(host);
+    host.Call(vlc, "SetLogFile", {host.FolderItem(log)});
     EXPECT_TRUE(NothingRaised(host));
+    EXPECT_TRUE(fs::exists(log)) << "the log went elsewhere";
+    Value item = host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, host.FolderItem(media)});
+    ASSERT_FALSE(item.IsNil());
+    host.Call(item, "Parse");
+    EXPECT_EQ(host.Call(item, "Duration").AsInt(), 3003);
+    host.Call(vlc, "ClearLog");
+}
+
+// Before any load each answers zero or nil and names its missing function; a
+// host without the raise entry gets the same answers and no exception.
+TEST(SharedMethods, MissingFunctionsBeforeAnyLoad) {
+    for (bool raiseEntry : {true, false}) {
+        HostOptions options;
+        if (!raiseEntry) options.hidden = {"RuntimeRaiseException"};
+        Host host(options);
+        auto named = [&](const char* entry) { return raiseEntry ? RaisedMissing(host, entry) : NothingRaised(host); };
+        for (auto [method, entry] :
+             std::initializer_list<std::pair<const char*, const char*>>{{"GetVersion", "_libvlc_get_version"},
+                                                                        {"GetCompiler", "_libvlc_get_compiler"},
+                                                                        {"GetChangeset", "_libvlc_get_changeset"},
+                                                                        {"ErrorMessage", "_libvlc_errmsg"}}) {
+            EXPECT_TRUE(Shared(host, method).IsNil()) << method;
+            EXPECT_TRUE(named(entry));
+        }
+        EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
+        EXPECT_TRUE(named("_libvlc_clock"));
+        Shared(host, "ClearError");
+        EXPECT_TRUE(named("_libvlc_clearerr"));
+    }
 }
 
 TEST(SharedMethods, EnvironmentAndLocale) {
@@ -175,26 +175,27 @@ TEST(SharedMethods, EnvironmentAndLocale) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
+// The hidden shared property Debugging switches the trace on and off.
 TEST(Trace, LinesOnlyWhileDebugging) {
     Host host;
-    {
-        StderrCapture capture;
-        Shared(host, "Clock");
-        Shared(host, "GetVersion");
-        EXPECT_EQ(capture.Finish(), "");
-    }
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-    {
+    const REALclassDefinition* record = host.FindClass("VLCInstanceQRV")->record;
+    ASSERT_EQ(record->sharedPropertyCount, 1u);
+    const REALproperty& debugging = record->sharedProperties[0];
+    EXPECT_STREQ(debugging.name, "Debugging");
+    EXPECT_EQ(debugging.flags, 38u);
+    ASSERT_EQ(debugging.attributeCount, 1u);
+    EXPECT_STREQ(debugging.attributes[0].name, "Hidden");
+    EXPECT_STREQ(debugging.attributes[0].value, "");
+    EXPECT_FALSE(host.GetShared("VLCInstanceQRV", "Debugging").AsBool());
+    for (bool on : {false, true, false}) {
+        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(on));
+        EXPECT_EQ(host.GetShared("VLCInstanceQRV", "Debugging").AsBool(), on);
         StderrCapture capture;
         Shared(host, "Clock");
         Shared(host, "ErrorMessage");
         Shared(host, "ClearError");
-        EXPECT_EQ(capture.Finish(), "QRV Debug: myclock\nQRV Debug: errmsg\nQRV Debug: clearerrRB\n");
+        EXPECT_EQ(capture.Finish(), on ? "QRV Debug: myclock\nQRV Debug: errmsg\nQRV Debug: clearerrRB\n" : "");
     }
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
-    StderrCapture capture;
-    Shared(host, "Clock");
-    EXPECT_EQ(capture.Finish(), "");
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 // Sweep expectations of the instance, media, media list, library, discoverer,
 // equalizer and the records.
-#include "tests/support/test_support.h"
 #include "tests/sweep/sweep.h"
 
 using namespace sweep;
-using emu::Host;
-using emu::Value;
 
 namespace {
+
 const char kVlcNil[] = "vlc parameter is nil";
 
 // Records: standard fields, computed properties and a constructor that need nothing.
@@ -20,40 +18,32 @@ ClassSweep Record(const char* name, bool constructor, std::initializer_list<cons
     }
     return c;
 }
+
 }  // namespace
 
 SWEEP_CLASS(Instance) {
     ClassSweep c{"VLCInstanceQRV"};
-    c.initialised = qrvtest::HeadlessInstance;
-    c.members = {
-        {"Constructor(args() as string)", Missing("_libvlc_new"), Nothing()},
-        TFH("SetAppID(ID as string, Version as string, Icon as String)", "_libvlc_set_app_id"),
-        TFH("SetUserAgent(AppName as string, httpUserAgent as string)", "_libvlc_set_user_agent"),
-        TFH("AddUserInterface(name as string) as Boolean", "_libvlc_add_intf"),
-        TFH("WaitUserInterface", "_libvlc_wait"),
-        TFH("GetAudioOutputList as VLCAudioOutputQRV", "_libvlc_audio_output_list_get"),
-        TFH("AudioOutputDevices(ModuleName as string) as VLCAudioOutputDeviceQRV",
-            "_libvlc_audio_output_device_list_get"),
-        TFH("GetVideoFilterList as VLCModuleDescriptionQRV", "_libvlc_video_filter_list_get"),
-        TFH("GetAudioFilterList as VLCModuleDescriptionQRV", "_libvlc_audio_filter_list_get"),
-        TFH("GetAudioOutputDeviceCount(AudioOutputName as string) as integer", "_libvlc_audio_output_device_count"),
-        TFH("GetAudioOutputDeviceLongName(AudioOutputName as string, index as integer) as string",
-            "_libvlc_audio_output_device_longname"),
-        TFH("GetAudioOutputDeviceID(AudioOutputName as string, index as integer) as string",
-            "_libvlc_audio_output_device_id"),
-        TFH("ClearLog", "_libvlc_log_unset"),
-        // Guarded by the application-identifier function.
-        TFH("SetLogFile(File as FolderItem)", "_libvlc_set_app_id").WithNil(Nil("File is nil!?")),
-        TFH("SetLogEvent", "_libvlc_log_set"),
-        Silent("ExitHandler as VLCExitHandlerQRV"),
-        TFH("assign ExitHandler as VLCExitHandlerQRV", "_libvlc_set_exit_handler").WithNil(Nothing()),
-        SharedCall("Clock as Int64", "_libvlc_clock"),
-        SharedCall("GetVersion as string", "_libvlc_get_version"),
-        SharedCall("GetCompiler as string", "_libvlc_get_compiler"),
-        SharedCall("GetChangeset as string", "_libvlc_get_changeset"),
-        SharedCall("ErrorMessage as string", "_libvlc_errmsg"),
-        SharedCall("ClearError", "_libvlc_clearerr"),
-    };
+    AddRows(c.members, TFH,
+            {"SetAppID(ID as string, Version as string, Icon as String): set_app_id",
+             "SetUserAgent(AppName as string, httpUserAgent as string): set_user_agent",
+             "AddUserInterface(name as string) as Boolean: add_intf", "WaitUserInterface: wait",
+             "GetAudioOutputList as VLCAudioOutputQRV: audio_output_list_get",
+             "AudioOutputDevices(ModuleName as string) as VLCAudioOutputDeviceQRV: audio_output_device_list_get",
+             "GetVideoFilterList as VLCModuleDescriptionQRV: video_filter_list_get",
+             "GetAudioFilterList as VLCModuleDescriptionQRV: audio_filter_list_get",
+             "GetAudioOutputDeviceCount(AudioOutputName as string) as integer: audio_output_device_count",
+             "GetAudioOutputDeviceLongName(AudioOutputName as string, index as integer) as string: "
+             "audio_output_device_longname",
+             "GetAudioOutputDeviceID(AudioOutputName as string, index as integer) as string: audio_output_device_id",
+             "ClearLog: log_unset", "SetLogEvent: log_set"});
+    AddRows(c.members, SharedCall,
+            {"Clock as Int64: clock", "GetVersion as string: get_version", "GetCompiler as string: get_compiler",
+             "GetChangeset as string: get_changeset", "ErrorMessage as string: errmsg", "ClearError: clearerr"});
+    c.members.push_back({"Constructor(args() as string)", Missing("_libvlc_new"), Nothing()});
+    // Guarded by the application-identifier function.
+    c.members.push_back(TFH("SetLogFile(File as FolderItem)", "_libvlc_set_app_id").WithNil(Nil("File is nil!?")));
+    c.members.push_back(Silent("ExitHandler as VLCExitHandlerQRV"));
+    c.members.push_back(TFH("assign ExitHandler as VLCExitHandlerQRV", "_libvlc_set_exit_handler").WithNil(Nothing()));
     for (const char* member :
          {"LoadLibrary(path as folderitem) as boolean", "LoadLibrary(path as string) as boolean",
           "getenv(name as string) as string", "setlocale(category as integer, locale as string) as string",
@@ -65,33 +55,24 @@ SWEEP_CLASS(Instance) {
 SWEEP_CLASS(Media) {
     ClassSweep c{"VLCMediaQRV"};
     // Made by the URL constructor, which marks the temporary descriptor unused.
-    c.uninitialised = [](Host& host) { return host.New("VLCMediaQRV", {Value(), host.String("x")}); };
-    c.initialised = [](Host& host) {
-        return host.CallShared("VLCMediaQRV", "MediaWithPath",
-                               {qrvtest::HeadlessInstance(host), host.String("/tmp/qrv-sweep.mp4")});
-    };
-    c.members = {
-        HTF("get Tag", "_libvlc_media_get_user_data"),
-        HTF("set Tag", "_libvlc_media_set_user_data"),
-        TakesObject("Constructor(original as VLCMediaQRV)", "_libvlc_media_duplicate", "original parameter is nil"),
-        TakesObject("Constructor(vlc as VLCInstanceQRV, URL as string)", "_libvlc_media_new_location", kVlcNil),
-        TFH("Clone as VLCMediaQRV", "_libvlc_media_duplicate"),
-        HTF("SetMeta(meta as integer, value as string)", "_libvlc_media_set_meta"),
-        HTF("Meta(type as integer) as string", "_libvlc_media_get_meta"),
-        TFH("SaveMeta as Boolean", "_libvlc_media_save_meta"),
-        HTF("AddOption(options as string)", "_libvlc_media_add_option"),
-        HTF("AddOptionFlag(options as string, flags as UInt32)", "_libvlc_media_add_option_flag"),
-        HTF("Duration as Int64", "_libvlc_media_get_duration"),
-        HTF("MRL as string", "_libvlc_media_get_mrl"),
-        HTF("State as integer", "_libvlc_media_get_state"),
-        TFH("Parse", "_libvlc_media_parse"),
-        TFH("ParseAsync", "_libvlc_media_parse_async"),
-        TFH("IsParsed as Boolean", "_libvlc_media_is_parsed"),
-        HTF("SubItems as VLCMediaListQRV", "_libvlc_media_subitems"),
-        TFH("Tracks as VLCMediaTrackQRV()", "_libvlc_media_tracks_get"),
-        TFH("TrackInfos as VLCMediaTrackInfoQRV()", "_libvlc_media_get_tracks_info"),
-        TFH("Stats as VLCMediaStatsQRV", "_libvlc_media_get_stats"),
-    };
+    c.uninitialised = [](emu::Host& host) { return host.New("VLCMediaQRV", {emu::Value(), host.String("x")}); };
+    AddRows(c.members, HTF,
+            {"get Tag: media_get_user_data", "set Tag: media_set_user_data",
+             "SetMeta(meta as integer, value as string): media_set_meta",
+             "Meta(type as integer) as string: media_get_meta", "AddOption(options as string): media_add_option",
+             "AddOptionFlag(options as string, flags as UInt32): media_add_option_flag",
+             "Duration as Int64: media_get_duration", "MRL as string: media_get_mrl",
+             "State as integer: media_get_state", "SubItems as VLCMediaListQRV: media_subitems"});
+    AddRows(
+        c.members, TFH,
+        {"Clone as VLCMediaQRV: media_duplicate", "SaveMeta as Boolean: media_save_meta", "Parse: media_parse",
+         "ParseAsync: media_parse_async", "IsParsed as Boolean: media_is_parsed",
+         "Tracks as VLCMediaTrackQRV(): media_tracks_get",
+         "TrackInfos as VLCMediaTrackInfoQRV(): media_get_tracks_info", "Stats as VLCMediaStatsQRV: media_get_stats"});
+    c.members.push_back(
+        TakesObject("Constructor(original as VLCMediaQRV)", "_libvlc_media_duplicate", "original parameter is nil"));
+    c.members.push_back(
+        TakesObject("Constructor(vlc as VLCInstanceQRV, URL as string)", "_libvlc_media_new_location", kVlcNil));
     for (auto [factory, entry] : std::initializer_list<std::pair<const char*, const char*>>{
              {"NewAsNode(vlc as VLCInstanceQRV, name as string) as VLCMediaQRV", "_libvlc_media_new_as_node"},
              {"MediaWithURL(vlc as VLCInstanceQRV, URL as string) as VLCMediaQRV", "_libvlc_media_new_location"},
@@ -106,64 +87,54 @@ SWEEP_CLASS(Media) {
 
 SWEEP_CLASS(MediaList) {
     ClassSweep c{"VLCMediaListQRV"};
-    c.initialised = [](Host& host) { return host.New("VLCMediaListQRV", {qrvtest::HeadlessInstance(host)}); };
-    Raised nilItem = Nil("item parameter is nil");
-    c.members = {
-        TakesObject("Constructor(vlc as VLCInstanceQRV)", "_libvlc_media_list_new", kVlcNil),
-        HTF("Lock", "_libvlc_media_list_lock"),
-        HTF("Unlock", "_libvlc_media_list_unlock"),
-        HTF("Remove(index as integer) as boolean", "_libvlc_media_list_remove_index"),
-        HTF("Count as integer", "_libvlc_media_list_count"),
-        HTF("isReadOnly as boolean", "_libvlc_media_list_is_readonly"),
-        HTF("ItemAtIndex(index as integer) as VLCMediaQRV", "_libvlc_media_list_item_at_index"),
-        HTF("IndexOfItem(item as VLCMediaQRV) as integer", "").WithNil(nilItem),
-        HTF("InsertMedia(item as VLCMediaQRV, index as integer) as boolean", "").WithNil(nilItem),
-        HTF("SetMedia(item as VLCMediaQRV)", "").WithNil(nilItem),
-        HTF("GetMedia as VLCMediaQRV", "_libvlc_media_list_media"),
-        HTF("AddMedia(item as VLCMediaQRV) as boolean", "").WithNil(nilItem),
-    };
+    AddRows(c.members, HTF,
+            {"Lock: media_list_lock", "Unlock: media_list_unlock",
+             "Remove(index as integer) as boolean: media_list_remove_index", "Count as integer: media_list_count",
+             "isReadOnly as boolean: media_list_is_readonly",
+             "ItemAtIndex(index as integer) as VLCMediaQRV: media_list_item_at_index",
+             "GetMedia as VLCMediaQRV: media_list_media"});
+    for (const char* member : {"IndexOfItem(item as VLCMediaQRV) as integer",
+                               "InsertMedia(item as VLCMediaQRV, index as integer) as boolean",
+                               "SetMedia(item as VLCMediaQRV)", "AddMedia(item as VLCMediaQRV) as boolean"})
+        c.members.push_back(HTF(member, "").WithNil(Nil("item parameter is nil")));
+    c.members.push_back(TakesObject("Constructor(vlc as VLCInstanceQRV)", "_libvlc_media_list_new", kVlcNil));
     return c;
 }
 
 SWEEP_CLASS(MediaLibrary) {
     ClassSweep c{"VLCMediaLibraryQRV"};
-    c.initialised = [](Host& host) { return host.New("VLCMediaLibraryQRV", {qrvtest::HeadlessInstance(host)}); };
-    c.members = {TakesObject("Constructor(vlc as VLCInstanceQRV)", "_libvlc_media_library_new", kVlcNil),
-                 HTF("Load as Boolean", "_libvlc_media_library_load"),
-                 HTF("MediaList as VLCMediaListQRV", "_libvlc_media_library_media_list")};
+    AddRows(c.members, HTF,
+            {"Load as Boolean: media_library_load", "MediaList as VLCMediaListQRV: media_library_media_list"});
+    c.members.push_back(TakesObject("Constructor(vlc as VLCInstanceQRV)", "_libvlc_media_library_new", kVlcNil));
     return c;
 }
 
 SWEEP_CLASS(MediaDiscoverer) {
     ClassSweep c{"VLCMediaDiscovererQRV"};
-    c.initialised = [](Host& host) {
-        return host.New("VLCMediaDiscovererQRV", {qrvtest::HeadlessInstance(host), host.String("podcast")});
-    };
-    c.members = {TakesObject("Constructor(vlc as VLCInstanceQRV, name as string)",
-                             "_libvlc_media_discoverer_new_from_name", kVlcNil),
-                 HTF("MediaList as VLCMediaListQRV", "_libvlc_media_discoverer_media_list"),
-                 HTF("LocalizedName as string", "_libvlc_media_discoverer_localized_name"),
-                 HTF("IsRunning as boolean", "_libvlc_media_discoverer_is_running")};
+    AddRows(c.members, HTF,
+            {"MediaList as VLCMediaListQRV: media_discoverer_media_list",
+             "LocalizedName as string: media_discoverer_localized_name",
+             "IsRunning as boolean: media_discoverer_is_running"});
+    c.members.push_back(TakesObject("Constructor(vlc as VLCInstanceQRV, name as string)",
+                                    "_libvlc_media_discoverer_new_from_name", kVlcNil));
     return c;
 }
 
 SWEEP_CLASS(Equalizer) {
     ClassSweep c{"VLCEqualizerQRV"};
-    c.initialised = [](Host& host) { return host.New("VLCEqualizerQRV", {Value()}); };
-    c.members = {
-        TFH("get Preamp", "_libvlc_audio_equalizer_get_preamp"),
-        TFH("set Preamp", "_libvlc_audio_equalizer_set_preamp"),
-        // Constructors need no instance: a nil one is allowed.
-        {"Constructor(vlc as VLCInstanceQRV = nil)", Missing("_libvlc_audio_equalizer_new"), Nothing(), Nothing()},
-        {"Constructor(index as Integer, vlc as VLCInstanceQRV = nil)",
-         Missing("_libvlc_audio_equalizer_new_from_preset"), Nothing(), Nothing()},
-        TFH("Map(Index as Integer) as Single", "_libvlc_audio_equalizer_get_amp_at_index"),
-        TFH("assign Map(Index as Integer) as Single", "_libvlc_audio_equalizer_set_amp_at_index"),
-        SharedCall("get PresetCount", "_libvlc_audio_equalizer_get_preset_count"),
-        SharedCall("get BandCount", "_libvlc_audio_equalizer_get_band_count"),
-        SharedCall("PresetName(index as Integer) as string", "_libvlc_audio_equalizer_get_preset_name"),
-        SharedCall("BandFrequency(index as Integer) as double", "_libvlc_audio_equalizer_get_band_frequency"),
-    };
+    AddRows(c.members, TFH,
+            {"get Preamp: audio_equalizer_get_preamp", "set Preamp: audio_equalizer_set_preamp",
+             "Map(Index as Integer) as Single: audio_equalizer_get_amp_at_index",
+             "assign Map(Index as Integer) as Single: audio_equalizer_set_amp_at_index"});
+    AddRows(c.members, SharedCall,
+            {"get PresetCount: audio_equalizer_get_preset_count", "get BandCount: audio_equalizer_get_band_count",
+             "PresetName(index as Integer) as string: audio_equalizer_get_preset_name",
+             "BandFrequency(index as Integer) as double: audio_equalizer_get_band_frequency"});
+    // Constructors need no instance: a nil one is allowed.
+    c.members.push_back(
+        {"Constructor(vlc as VLCInstanceQRV = nil)", Missing("_libvlc_audio_equalizer_new"), Nothing(), Nothing()});
+    c.members.push_back({"Constructor(index as Integer, vlc as VLCInstanceQRV = nil)",
+                         Missing("_libvlc_audio_equalizer_new_from_preset"), Nothing(), Nothing()});
     return c;
 }
 

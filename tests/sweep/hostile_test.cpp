@@ -47,30 +47,8 @@ const char* const kRowNames[kRows] = {"-1 / empty", "INT64_MIN / NaN / 1 MiB inv
 // The child's own copy of the sample: SaveMeta writes into the file.
 std::string SampleCopy(pid_t child) { return "/tmp/qrv-hostile-" + std::to_string(child) + ".mp4"; }
 
-// A working object of the class.
 Value Make(Host& host, const Value& vlc, const std::string& className) {
-    Value sample = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(SampleCopy(getpid()))});
-    if (className == "VLCInstanceQRV") return qrvtest::HeadlessInstance(host);
-    if (className == "VLCMediaQRV") return sample;
-    if (className == "VLCMediaListQRV") {
-        Value list = host.New("VLCMediaListQRV", {vlc});
-        host.Call(list, "AddMedia", {sample});
-        return list;
-    }
-    if (className == "VLCMediaLibraryQRV") return host.New("VLCMediaLibraryQRV", {vlc});
-    if (className == "VLCMediaDiscovererQRV") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("podcast")});
-    if (className == "VLCMediaPlayerQRV") {
-        // With a frame buffer, so that the copy members have something to copy.
-        Value player = host.New("VLCMediaPlayerQRV", {sample});
-        host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
-        return player;
-    }
-    if (className == "VLCEventManagerQRV")
-        return host.New("VLCEventManagerQRV", {host.New("VLCMediaPlayerQRV", {sample})});
-    // No media list yet: what a program has right after New.
-    if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
-    if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
-    return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
+    return sweep::WorkingObject(host, vlc, className, SampleCopy(getpid()));
 }
 
 // Makes the hostile values of one row; live objects once per child.

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/emulator.h"
+#include "tests/support/test_support.h"
 
 namespace sweep {
 
@@ -57,7 +58,7 @@ inline Expect TFH(std::string member, const std::string& entry) {
 }
 inline Expect Silent(std::string member) { return {std::move(member), Nothing(), Nothing(), Nothing()}; }
 // Shared members need no object: only a missing function is reported.
-inline Expect SharedCall(const std::string& member, const std::string& entry) {
+inline Expect SharedCall(std::string member, const std::string& entry) {
     return {"shared " + member, Missing(entry), Nothing(), std::nullopt, entry};
 }
 // Constructors and factories taking an object: the function is tested first, then the argument.
@@ -67,12 +68,47 @@ inline Expect TakesObject(std::string member, const std::string& entry, const st
 
 struct ClassSweep {
     std::string className;
+    std::vector<Expect> members;
     // An object whose libvlc handle is 0. Default: the host's zero-filled instance.
     std::function<emu::Value(emu::Host&)> uninitialised;
-    // A working object on a loaded libvlc. Default: the zero-filled instance (records).
-    std::function<emu::Value(emu::Host&)> initialised;
-    std::vector<Expect> members;
 };
+
+// Adds rows "member: function" (the function without its "libvlc_" prefix) of one kind.
+inline void AddRows(std::vector<Expect>& into, Expect (*kind)(std::string, const std::string&),
+                    std::initializer_list<const char*> rows) {
+    for (std::string row : rows) {
+        size_t colon = row.find(": ");
+        into.push_back(kind(row.substr(0, colon), "_libvlc_" + row.substr(colon + 2)));
+    }
+}
+
+// A working object of the class on a loaded libvlc; media name the file at mediaPath.
+inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const std::string& className,
+                                const std::string& mediaPath) {
+    using emu::Value;
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(mediaPath)});
+    if (className == "VLCInstanceQRV") return host.New("VLCInstanceQRV", {host.StringArray(qrvtest::HeadlessArgs())});
+    if (className == "VLCMediaQRV") return media;
+    if (className == "VLCMediaListQRV") {
+        Value list = host.New("VLCMediaListQRV", {vlc});
+        host.Call(list, "AddMedia", {media});
+        return list;
+    }
+    if (className == "VLCMediaLibraryQRV") return host.New("VLCMediaLibraryQRV", {vlc});
+    if (className == "VLCMediaDiscovererQRV") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("podcast")});
+    if (className == "VLCMediaPlayerQRV") {
+        // With a frame buffer, so that the copy members have something to copy.
+        Value player = host.New("VLCMediaPlayerQRV", {media});
+        host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
+        return player;
+    }
+    if (className == "VLCEventManagerQRV")
+        return host.New("VLCEventManagerQRV", {host.New("VLCMediaPlayerQRV", {media})});
+    // No media list yet: what a program has right after New.
+    if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
+    if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
+    return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
+}
 
 using Maker = ClassSweep (*)();
 std::vector<Maker>& Makers();
