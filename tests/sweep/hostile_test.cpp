@@ -115,25 +115,34 @@ std::vector<HostileCall> CallsOf(const std::string& className, const REALclassDe
 
 // ---- the child: runs the calls of one class from a given index -----------------
 
-void RunChild(const std::string& className, size_t start, int progress, bool cairoPictures) {
+int gProgress = -1;
+
+void Report(const std::string& line) {
+    if (write(gProgress, line.data(), line.size()) < 0) _exit(5);
+}
+
+[[noreturn]] void RunChild(const std::string& className, size_t start, bool cairoPictures) {
+    // A fault the emulator sees ends the child, naming the call.
+    emu::SetFaultHandler([](const std::string& message) {
+        Report("fault " + message + "\n");
+        _exit(6);
+    });
     emu::HostOptions options;
     if (cairoPictures) options.pictures = emu::PictureKind::Cairo;
     Host host(options);
     std::error_code copied;
     std::filesystem::copy_file(qrvtest::SamplePath("sample.mp4"), SampleCopy(getpid()),
                                std::filesystem::copy_options::overwrite_existing, copied);
-    if (copied || !qrvtest::LoadRealLibvlc(host)) _exit(3);
-    Hostile hostile{host, qrvtest::HeadlessInstance(host), {}};
     const emu::ClassInfo* cls = host.FindClass(className);
-    if (cls == nullptr || cls->record == nullptr) _exit(4);
+    if (copied || !qrvtest::LoadRealLibvlc(host) || cls == nullptr) _exit(3);
+    Hostile hostile{host, qrvtest::HeadlessInstance(host), {}};
     std::vector<HostileCall> calls = CallsOf(className, *cls->record);
     for (size_t i = start; i < calls.size(); ++i) {
         const HostileCall& call = calls[i];
         // A fresh object per call, so that a fault is the call's own (and a
         // second Lock of a media list is not a deadlock of the test's making).
         Value self = call.member.shared ? Value() : Make(host, hostile.vlc, className);
-        std::string line = std::to_string(i) + "\t" + call.name + "\n";
-        if (write(progress, line.data(), line.size()) < 0) _exit(5);
+        Report(std::to_string(i) + "\t" + call.name + "\n");
         sweep::Call(host, call.member, &self,
                     [&](const std::string& type, const std::string& name) { return hostile.Of(type, name, call.row); });
         // A shared member may have loaded another library or none, or switched
@@ -145,21 +154,9 @@ void RunChild(const std::string& className, size_t start, int progress, bool cai
     }
     // Let deferred work run on the main thread before the objects go.
     host.PumpFor(std::chrono::milliseconds(200));
-    std::string done = "done " + std::to_string(calls.size() - start) + " calls\n";
-    if (write(progress, done.data(), done.size()) < 0) _exit(5);
+    Report("done " + std::to_string(calls.size() - start) + " calls\n");
     _exit(0);
 }
-
-class ChildEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        const char* className = getenv("QRV_HOSTILE_CLASS");
-        if (className == nullptr) return;
-        RunChild(className, strtoull(getenv("QRV_HOSTILE_START"), nullptr, 10), atoi(getenv("QRV_HOSTILE_FD")),
-                 getenv("QRV_HOSTILE_CAIRO") != nullptr);
-    }
-};
-[[maybe_unused]] ::testing::Environment* const gChild = ::testing::AddGlobalTestEnvironment(new ChildEnvironment);
 
 // ---- the parent: one test per class -----------------------------------------
 
@@ -176,22 +173,12 @@ ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds,
     int fds[2];
     ChildEnd end;
     if (pipe(fds) != 0) return {false, "", "", "pipe failed"};
-    std::vector<std::string> env;
-    for (char** e = environ; *e != nullptr; ++e) env.push_back(*e);
-    env.push_back("QRV_HOSTILE_CLASS=" + className);
-    env.push_back("QRV_HOSTILE_START=" + std::to_string(start));
-    env.push_back("QRV_HOSTILE_FD=" + std::to_string(fds[1]));
-    if (cairoPictures) env.push_back("QRV_HOSTILE_CAIRO=1");
-    std::vector<char*> envp;
-    for (std::string& e : env) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    char self[] = "/proc/self/exe";
-    char* argv[] = {self, nullptr};
+    fflush(nullptr);
     pid_t child = fork();
     if (child == 0) {
         close(fds[0]);
-        execve(self, argv, envp.data());
-        _exit(127);
+        gProgress = fds[1];
+        RunChild(className, start, cairoPictures);
     }
     close(fds[1]);
     std::string pending;
@@ -208,7 +195,10 @@ ChildEnd RunFrom(const std::string& className, size_t start, int timeoutSeconds,
         for (size_t eol; (eol = pending.find('\n')) != std::string::npos; pending.erase(0, eol + 1)) {
             std::string line = pending.substr(0, eol);
             end.done = line.rfind("done ", 0) == 0;
-            (end.done ? end.summary : end.lastCall) = line;
+            if (line.rfind("fault ", 0) == 0)
+                end.how = line;
+            else
+                (end.done ? end.summary : end.lastCall) = line;
         }
     }
     close(fds[0]);
