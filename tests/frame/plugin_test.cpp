@@ -1,13 +1,16 @@
-// The built plug-in as the host loads it: loading libvlc (also through folder
-// items naming real files whose names are not plain ASCII), the library-level
-// shared methods and the trace.
+// The built plug-in as the host loads it: its one export and no libvlc
+// dependency, the plug-in folder as the zip and the install hand it over,
+// loading libvlc (also through folder items naming real files whose names are
+// not plain ASCII), the library-level shared methods and the trace.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "host/emulator.h"
 #include "tests/support/test_support.h"
@@ -25,6 +28,75 @@ using qrvtest::StderrCapture;
 
 Value Shared(Host& host, const char* method, std::vector<Value> args = {}) {
     return host.CallShared("VLCInstanceQRV", method, std::move(args));
+}
+
+std::vector<std::string> Lines(const std::string& command) {
+    std::vector<std::string> lines;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return lines;
+    char buffer[4096];
+    while (fgets(buffer, sizeof buffer, pipe)) {
+        std::string line(buffer);
+        if (!line.empty() && line.back() == '\n') line.pop_back();
+        lines.push_back(line);
+    }
+    pclose(pipe);
+    return lines;
+}
+
+std::vector<std::string> Exports(const std::string& plugin) {
+    std::vector<std::string> exported;
+    for (const std::string& line : Lines("nm -D --defined-only '" + plugin + "' 2>&1")) {
+        std::string name = line.substr(line.rfind(' ') + 1);  // the whole line when it has no space
+        if (!name.empty()) exported.push_back(name);
+    }
+    return exported;
+}
+
+TEST(PluginBinary, ExportsOnlyREALPluginMainAndDoesNotNeedLibvlc) {
+    EXPECT_EQ(Exports(emu::DefaultPluginPath()), std::vector<std::string>{"REALPluginMain"});
+    std::vector<std::string> needed;
+    for (const std::string& line : Lines("readelf -d '" + emu::DefaultPluginPath() + "' 2>&1"))
+        if (line.find("(NEEDED)") != std::string::npos) needed.push_back(line);
+    ASSERT_FALSE(needed.empty()) << "readelf output not understood";
+    for (const std::string& line : needed) EXPECT_EQ(line.find("libvlc"), std::string::npos) << line;
+}
+
+// A scratch folder, removed afterwards.
+// A scratch folder, removed afterwards.
+struct Scratch {
+    Scratch() {
+        char name[] = "/tmp/qrv-folder-XXXXXX";
+        if (mkdtemp(name) != nullptr) path = name;
+    }
+    ~Scratch() {
+        if (!path.empty()) fs::remove_all(path);
+    }
+    fs::path path;
+};
+
+const char kBinaryInFolder[] = "QRVVLC/Build Resources/Linux x86-64/QRVVLC.so";
+
+TEST(PluginFolder, ZipHoldsTheFolderLayoutAndTheOneExport) {
+    std::vector<std::string> entries = Lines(std::string("'") + QRV_CMAKE + "' -E tar tf '" + QRV_PLUGIN_ZIP + "'");
+    for (std::string& entry : entries)
+        if (!entry.empty() && entry.back() == '/') entry.pop_back();
+    EXPECT_EQ(entries, (std::vector<std::string>{"QRVVLC", "QRVVLC/Build Resources",
+                                                 "QRVVLC/Build Resources/Linux x86-64", kBinaryInFolder}));
+    Scratch scratch;
+    ASSERT_FALSE(scratch.path.empty());
+    Lines("cd '" + scratch.path.string() + "' && '" + QRV_CMAKE + "' -E tar xf '" + QRV_PLUGIN_ZIP + "'");
+    EXPECT_EQ(Exports(scratch.path / kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
+}
+
+TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
+    Scratch prefix;
+    ASSERT_FALSE(prefix.path.empty());
+    Lines(std::string("'") + QRV_CMAKE + "' --install '" + QRV_BUILD_DIR + "' --prefix '" + prefix.path.string() +
+          "' 2>&1");
+    fs::path installed = prefix.path / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder;
+    EXPECT_TRUE(fs::exists(installed)) << installed;
+    EXPECT_EQ(Exports(installed), std::vector<std::string>{"REALPluginMain"});
 }
 
 TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
@@ -91,19 +163,15 @@ TEST(LoadLibrary, TheResultLooksAtTheTableNotAtThisOpen) {
     EXPECT_TRUE(Shared(host, "GetLoadError").IsNil());
 }
 
-// A scratch folder named with a precomposed "é" (U+00E9), removed afterwards.
+// A scratch folder named with a precomposed "é" (U+00E9).
 class PrecomposedNames : public ::testing::Test {
 protected:
     void SetUp() override {
-        char scratch[] = "/tmp/qrv-paths-XXXXXX";
-        ASSERT_NE(mkdtemp(scratch), nullptr);
-        root = scratch;
-        folder = root / "caf\xC3\xA9";
+        ASSERT_FALSE(scratch.path.empty());
         fs::create_directory(folder);
     }
-    void TearDown() override { fs::remove_all(root); }
-
-    fs::path root, folder;
+    Scratch scratch;
+    fs::path folder = scratch.path / "caf\xC3\xA9";
 };
 
 TEST_F(PrecomposedNames, LoadLibraryOpensALibvlcInsideTheFolder) {
@@ -158,19 +226,19 @@ TEST(SharedMethods, MissingFunctionsBeforeAnyLoad) {
 
 TEST(SharedMethods, EnvironmentAndLocale) {
     Host host;
+    auto getenv = [&](Value name) { return Shared(host, "getenv", {name}); };
     unsetenv("QRV_TEST_UNSET");
     setenv("QRV_TEST_EMPTY", "", 1);
     setenv("QRV_TEST_VALUE", "value 1", 1);
     setenv("QRV_\xC3\x88", "roman", 1);
-    EXPECT_TRUE(Shared(host, "getenv", {host.String("QRV_TEST_UNSET")}).IsNil());
-    Value empty = Shared(host, "getenv", {host.String("QRV_TEST_EMPTY")});
-    EXPECT_FALSE(empty.IsNil());
-    EXPECT_EQ(host.Text(empty), "");
-    Value value = Shared(host, "getenv", {host.String("QRV_TEST_VALUE")});
+    EXPECT_TRUE(getenv(host.String("QRV_TEST_UNSET")).IsNil());
+    Value empty = getenv(host.String("QRV_TEST_EMPTY"));
+    EXPECT_TRUE(!empty.IsNil() && host.Text(empty).empty());
+    Value value = getenv(host.String("QRV_TEST_VALUE"));
     EXPECT_EQ(host.Text(value), "value 1");
     EXPECT_EQ(host.Encoding(value), kEncodingASCII);
     // A name tagged "unknown" is read as Mac Roman, where 0xE9 stands for U+00C8.
-    EXPECT_EQ(host.Text(Shared(host, "getenv", {host.String("QRV_\xE9", kEncodingUnknown)})), "roman");
+    EXPECT_EQ(host.Text(getenv(host.String("QRV_\xE9", kEncodingUnknown))), "roman");
     EXPECT_EQ(host.Text(Shared(host, "setlocale", {Value::Int(0), host.String("C")})), "C");
     EXPECT_TRUE(NothingRaised(host));
 }
