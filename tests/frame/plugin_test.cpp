@@ -1,18 +1,23 @@
-// The built plug-in as the host loads it: registration, loading libvlc, the
-// library-level shared methods and the trace.
+// The built plug-in as the host loads it: its one export and no libvlc
+// dependency, the plug-in folder as the zip and the install hand it over,
+// loading libvlc (also through folder items naming real files whose names are
+// not plain ASCII), the library-level shared methods and the trace.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "host/emulator.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using emu::Host;
 using emu::HostOptions;
 using emu::Value;
@@ -25,42 +30,73 @@ Value Shared(Host& host, const char* method, std::vector<Value> args = {}) {
     return host.CallShared("VLCInstanceQRV", method, std::move(args));
 }
 
-TEST(PluginRegistration, RecordsReachTheHostFixedForItsVersion) {
-    for (auto [version, expected] : {std::pair{2012.0, 10}, {2013.03, 12}, {2021.0, 13}}) {
-        HostOptions options;
-        options.version = version;
-        Host host(options);
-        EXPECT_EQ(host.registeredVersion, expected);
-        auto classes = host.PluginClasses();
-        ASSERT_EQ(classes.size(), 19u);
-        for (const emu::ClassInfo* cls : classes) {
-            EXPECT_EQ(cls->record->version, static_cast<uint32_t>(expected)) << cls->name;
-            EXPECT_EQ(cls->record->dataSize % 16, 0u) << cls->name;
-        }
+std::vector<std::string> Lines(const std::string& command) {
+    std::vector<std::string> lines;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return lines;
+    char buffer[4096];
+    while (fgets(buffer, sizeof buffer, pipe)) {
+        std::string line(buffer);
+        if (!line.empty() && line.back() == '\n') line.pop_back();
+        lines.push_back(line);
     }
+    pclose(pipe);
+    return lines;
 }
 
-TEST(PluginRegistration, HiddenRegisterEntryRegistersNothing) {
-    HostOptions options;
-    options.hidden = {"PluginRegisterClass"};
-    Host host(options);
-    EXPECT_TRUE(host.PluginClasses().empty());
-    EXPECT_EQ(host.registeredVersion, 13);
+std::vector<std::string> Exports(const std::string& plugin) {
+    std::vector<std::string> exported;
+    for (const std::string& line : Lines("nm -D --defined-only '" + plugin + "' 2>&1")) {
+        std::string name = line.substr(line.rfind(' ') + 1);  // the whole line when it has no space
+        if (!name.empty()) exported.push_back(name);
+    }
+    return exported;
 }
 
-TEST(PluginRegistration, DebuggingIsAHiddenSharedProperty) {
-    Host host;
-    const REALclassDefinition* record = host.FindClass("VLCInstanceQRV")->record;
-    ASSERT_EQ(record->sharedPropertyCount, 1u);
-    const REALproperty& debugging = record->sharedProperties[0];
-    EXPECT_STREQ(debugging.name, "Debugging");
-    EXPECT_EQ(debugging.flags, 38u);
-    ASSERT_EQ(debugging.attributeCount, 1u);
-    EXPECT_STREQ(debugging.attributes[0].name, "Hidden");
-    EXPECT_STREQ(debugging.attributes[0].value, "");
-    EXPECT_FALSE(host.GetShared("VLCInstanceQRV", "Debugging").AsBool());
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-    EXPECT_TRUE(host.GetShared("VLCInstanceQRV", "Debugging").AsBool());
+TEST(PluginBinary, ExportsOnlyREALPluginMainAndDoesNotNeedLibvlc) {
+    EXPECT_EQ(Exports(emu::DefaultPluginPath()), std::vector<std::string>{"REALPluginMain"});
+    std::vector<std::string> needed;
+    for (const std::string& line : Lines("readelf -d '" + emu::DefaultPluginPath() + "' 2>&1"))
+        if (line.find("(NEEDED)") != std::string::npos) needed.push_back(line);
+    ASSERT_FALSE(needed.empty()) << "readelf output not understood";
+    for (const std::string& line : needed) EXPECT_EQ(line.find("libvlc"), std::string::npos) << line;
+}
+
+// A scratch folder, removed afterwards.
+// A scratch folder, removed afterwards.
+struct Scratch {
+    Scratch() {
+        char name[] = "/tmp/qrv-folder-XXXXXX";
+        if (mkdtemp(name) != nullptr) path = name;
+    }
+    ~Scratch() {
+        if (!path.empty()) fs::remove_all(path);
+    }
+    fs::path path;
+};
+
+const char kBinaryInFolder[] = "QRVVLC/Build Resources/Linux x86-64/QRVVLC.so";
+
+TEST(PluginFolder, ZipHoldsTheFolderLayoutAndTheOneExport) {
+    std::vector<std::string> entries = Lines(std::string("'") + QRV_CMAKE + "' -E tar tf '" + QRV_PLUGIN_ZIP + "'");
+    for (std::string& entry : entries)
+        if (!entry.empty() && entry.back() == '/') entry.pop_back();
+    EXPECT_EQ(entries, (std::vector<std::string>{"QRVVLC", "QRVVLC/Build Resources",
+                                                 "QRVVLC/Build Resources/Linux x86-64", kBinaryInFolder}));
+    Scratch scratch;
+    ASSERT_FALSE(scratch.path.empty());
+    Lines("cd '" + scratch.path.string() + "' && '" + QRV_CMAKE + "' -E tar xf '" + QRV_PLUGIN_ZIP + "'");
+    EXPECT_EQ(Exports(scratch.path / kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
+}
+
+TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
+    Scratch prefix;
+    ASSERT_FALSE(prefix.path.empty());
+    Lines(std::string("'") + QRV_CMAKE + "' --install '" + QRV_BUILD_DIR + "' --prefix '" + prefix.path.string() +
+          "' 2>&1");
+    fs::path installed = prefix.path / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder;
+    EXPECT_TRUE(fs::exists(installed)) << installed;
+    EXPECT_EQ(Exports(installed), std::vector<std::string>{"REALPluginMain"});
 }
 
 TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
@@ -70,6 +106,9 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
     EXPECT_TRUE(LoadRealLibvlc(host));
     std::string trace = capture.Finish();
     EXPECT_TRUE(NothingRaised(host));
+    size_t reported = 0;
+    for (size_t at = 0; (at = trace.find("\nQRV Debug: ReportError\n", at)) != std::string::npos; ++at) ++reported;
+    EXPECT_EQ(reported, 4u) << trace;
     for (const char* name : {"libvlc_vlm_get_media_instance_title", "libvlc_vlm_get_media_instance_chapter",
                              "libvlc_vlm_get_media_instance_seekable", "libvlc_media_list_add_file_content"})
         EXPECT_NE(trace.find(std::string("QRV Debug: ") + name + "\nQRV Debug: ReportError\n"), std::string::npos)
@@ -100,9 +139,8 @@ TEST(LoadLibrary, NonLibraryFileFailsWithTheLoadersMessage) {
         Host host;
         EXPECT_FALSE(Shared(host, "LoadLibrary", {host.String(path)}).AsBool());
         std::string first = host.Text(Shared(host, "GetLoadError"));
-        std::string second = host.Text(Shared(host, "GetLoadError"));
         EXPECT_NE(first.find(path), std::string::npos) << first;
-        EXPECT_EQ(first, second);
+        EXPECT_EQ(host.Text(Shared(host, "GetLoadError")), first);
         size_t strings = host.LiveStrings();
         Shared(host, "GetLoadError");
         EXPECT_EQ(host.LiveStrings(), strings) << "the answer carries its own reference";
@@ -117,84 +155,115 @@ TEST(LoadLibrary, TheResultLooksAtTheTableNotAtThisOpen) {
     ASSERT_TRUE(LoadRealLibvlc(host));
     EXPECT_TRUE(Shared(host, "LoadLibrary", {host.String("/nonexistent/libvlc.so")}).AsBool());
     EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/libvlc.so"), std::string::npos);
+    // A folder item that does not open keeps the table too.
+    EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem("/nonexistent/x.so")}).AsBool());
+    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/x.so"), std::string::npos);
     // A nil argument clears the error and keeps the table.
     EXPECT_TRUE(Shared(host, "LoadLibrary", {Value()}).AsBool());
     EXPECT_TRUE(Shared(host, "GetLoadError").IsNil());
 }
 
-TEST(LoadLibrary, FolderItemPath) {
+// A scratch folder named with a precomposed "é" (U+00E9).
+class PrecomposedNames : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_FALSE(scratch.path.empty());
+        fs::create_directory(folder);
+    }
+    Scratch scratch;
+    fs::path folder = scratch.path / "caf\xC3\xA9";
+};
+
+TEST_F(PrecomposedNames, LoadLibraryOpensALibvlcInsideTheFolder) {
+    Dl_info info{};
+    ASSERT_NE(dladdr(dlsym(dlopen("libvlc.so.5", RTLD_NOW), "libvlc_new"), &info), 0);
+    fs::create_symlink(fs::canonical(info.dli_fname), folder / "libvlc.so.5");
     Host host;
-    Value item = host.FolderItem("/usr/lib/x86_64-linux-gnu/libvlc.so.5");
-    EXPECT_TRUE(Shared(host, "LoadLibrary", {item}).AsBool());
-    EXPECT_FALSE(Shared(host, "GetLoadError").IsNil());  // libvlc 3.0 lacks four functions
-    // A folder item that does not open keeps the table of the first load.
-    EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem("/nonexistent/x.so")}).AsBool());
-    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/x.so"), std::string::npos);
+    EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem(folder / "libvlc.so.5")}).AsBool());
+    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("libvlc_media_list_add_file_content"), std::string::npos)
+        << "libvlc 3.0 lacks four functions";
 }
 
-TEST(SharedMethods, MissingFunctionsBeforeAnyLoad) {
+TEST_F(PrecomposedNames, MediaWithFileAndSetLogFileUseTheNamedFiles) {
+    fs::path media = folder / "caf\xC3\xA9.mp4";
+    fs::copy_file(qrvtest::SamplePath("sample.mp4"), media);
+    fs::path log = folder / "journal \xC3\xA9t\xC3\xA9.log";
     Host host;
-    EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_clock"));
-    EXPECT_TRUE(Shared(host, "GetVersion").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_get_version"));
-    EXPECT_TRUE(Shared(host, "GetCompiler").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_get_compiler"));
-    EXPECT_TRUE(Shared(host, "GetChangeset").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_get_changeset"));
-    EXPECT_TRUE(Shared(host, "ErrorMessage").IsNil());
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_errmsg"));
-    Shared(host, "ClearError");
-    EXPECT_TRUE(RaisedMissing(host, "_libvlc_clearerr"));
-}
-
-TEST(SharedMethods, WithoutRaiseEntryNothingIsRaised) {
-    HostOptions options;
-    options.hidden = {"RuntimeRaiseException"};
-    Host host(options);
-    EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
+    ASSERT_TRUE(LoadRealLibvlc(host));
+    Value vlc = qrvtest::HeadlessInstance(host);
+    host.Call(vlc, "SetLogFile", {host.FolderItem(log)});
     EXPECT_TRUE(NothingRaised(host));
+    EXPECT_TRUE(fs::exists(log)) << "the log went elsewhere";
+    Value item = host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, host.FolderItem(media)});
+    ASSERT_FALSE(item.IsNil());
+    host.Call(item, "Parse");
+    EXPECT_EQ(host.Call(item, "Duration").AsInt(), 3003);
+    host.Call(vlc, "ClearLog");
+}
+
+// Before any load each answers zero or nil and names its missing function; a
+// host without the raise entry gets the same answers and no exception.
+TEST(SharedMethods, MissingFunctionsBeforeAnyLoad) {
+    for (bool raiseEntry : {true, false}) {
+        HostOptions options;
+        if (!raiseEntry) options.hidden = {"RuntimeRaiseException"};
+        Host host(options);
+        auto named = [&](const char* entry) { return raiseEntry ? RaisedMissing(host, entry) : NothingRaised(host); };
+        for (auto [method, entry] :
+             std::initializer_list<std::pair<const char*, const char*>>{{"GetVersion", "_libvlc_get_version"},
+                                                                        {"GetCompiler", "_libvlc_get_compiler"},
+                                                                        {"GetChangeset", "_libvlc_get_changeset"},
+                                                                        {"ErrorMessage", "_libvlc_errmsg"}}) {
+            EXPECT_TRUE(Shared(host, method).IsNil()) << method;
+            EXPECT_TRUE(named(entry));
+        }
+        EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
+        EXPECT_TRUE(named("_libvlc_clock"));
+        Shared(host, "ClearError");
+        EXPECT_TRUE(named("_libvlc_clearerr"));
+    }
 }
 
 TEST(SharedMethods, EnvironmentAndLocale) {
     Host host;
+    auto getenv = [&](Value name) { return Shared(host, "getenv", {name}); };
     unsetenv("QRV_TEST_UNSET");
     setenv("QRV_TEST_EMPTY", "", 1);
     setenv("QRV_TEST_VALUE", "value 1", 1);
     setenv("QRV_\xC3\x88", "roman", 1);
-    EXPECT_TRUE(Shared(host, "getenv", {host.String("QRV_TEST_UNSET")}).IsNil());
-    Value empty = Shared(host, "getenv", {host.String("QRV_TEST_EMPTY")});
-    EXPECT_FALSE(empty.IsNil());
-    EXPECT_EQ(host.Text(empty), "");
-    Value value = Shared(host, "getenv", {host.String("QRV_TEST_VALUE")});
+    EXPECT_TRUE(getenv(host.String("QRV_TEST_UNSET")).IsNil());
+    Value empty = getenv(host.String("QRV_TEST_EMPTY"));
+    EXPECT_TRUE(!empty.IsNil() && host.Text(empty).empty());
+    Value value = getenv(host.String("QRV_TEST_VALUE"));
     EXPECT_EQ(host.Text(value), "value 1");
     EXPECT_EQ(host.Encoding(value), kEncodingASCII);
     // A name tagged "unknown" is read as Mac Roman, where 0xE9 stands for U+00C8.
-    EXPECT_EQ(host.Text(Shared(host, "getenv", {host.String("QRV_\xE9", kEncodingUnknown)})), "roman");
+    EXPECT_EQ(host.Text(getenv(host.String("QRV_\xE9", kEncodingUnknown))), "roman");
     EXPECT_EQ(host.Text(Shared(host, "setlocale", {Value::Int(0), host.String("C")})), "C");
     EXPECT_TRUE(NothingRaised(host));
 }
 
+// The hidden shared property Debugging switches the trace on and off.
 TEST(Trace, LinesOnlyWhileDebugging) {
     Host host;
-    {
-        StderrCapture capture;
-        Shared(host, "Clock");
-        Shared(host, "GetVersion");
-        EXPECT_EQ(capture.Finish(), "");
-    }
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-    {
+    const REALclassDefinition* record = host.FindClass("VLCInstanceQRV")->record;
+    ASSERT_EQ(record->sharedPropertyCount, 1u);
+    const REALproperty& debugging = record->sharedProperties[0];
+    EXPECT_STREQ(debugging.name, "Debugging");
+    EXPECT_EQ(debugging.flags, 38u);
+    ASSERT_EQ(debugging.attributeCount, 1u);
+    EXPECT_STREQ(debugging.attributes[0].name, "Hidden");
+    EXPECT_STREQ(debugging.attributes[0].value, "");
+    EXPECT_FALSE(host.GetShared("VLCInstanceQRV", "Debugging").AsBool());
+    for (bool on : {false, true, false}) {
+        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(on));
+        EXPECT_EQ(host.GetShared("VLCInstanceQRV", "Debugging").AsBool(), on);
         StderrCapture capture;
         Shared(host, "Clock");
         Shared(host, "ErrorMessage");
         Shared(host, "ClearError");
-        EXPECT_EQ(capture.Finish(), "QRV Debug: myclock\nQRV Debug: errmsg\nQRV Debug: clearerrRB\n");
+        EXPECT_EQ(capture.Finish(), on ? "QRV Debug: myclock\nQRV Debug: errmsg\nQRV Debug: clearerrRB\n" : "");
     }
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
-    StderrCapture capture;
-    Shared(host, "Clock");
-    EXPECT_EQ(capture.Finish(), "");
 }
 
 }  // namespace

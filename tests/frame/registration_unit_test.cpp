@@ -1,17 +1,37 @@
-// Record versions, flag rewrites and data-size rounding, checked on the
-// plug-in's own registration code with a resolver owned by the test.
+// Record versions, class order, flag rewrites and data-size rounding, checked
+// on the plug-in's own registration code with a resolver owned by the test;
+// and the list of libvlc functions the plug-in binds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "binding/vlc_table.h"
 #include "plugin/host_entries.h"
 #include "plugin/registration.h"
+#include "tests/support/test_support.h"
 
 extern "C" void REALPluginMain(ResolverFn resolver);
 
+// libvlc 3.0's headers no longer declare these; the list keeps their old signatures.
+extern "C" {
+int libvlc_vlm_get_media_instance_title(libvlc_instance_t*, const char*, int);
+int libvlc_vlm_get_media_instance_chapter(libvlc_instance_t*, const char*, int);
+int libvlc_vlm_get_media_instance_seekable(libvlc_instance_t*, const char*, int);
+}
+
 namespace {
+
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+// Every function the 3.0 headers still declare has exactly the header's type.
+#define X(name, ret, params) static_assert(std::is_same_v<decltype(&::name), vlcfn::name##_t>, #name);
+#include "binding/functions.def"
+#undef X
 
 struct FakeHost {
     double version = 0;
@@ -35,80 +55,47 @@ void* Resolve(const char* name) {
 }
 
 // Class records are process-wide statics: every run starts from the same host-neutral flags.
-class Registration : public ::testing::Test {
-protected:
-    void Load(FakeHost& host) {
-        gHost = &host;
-        REALPluginMain(Resolve);
-    }
-    void SetUp() override { rbversion = 0.0; }
-};
+FakeHost Load(double version, bool offerVersion = true, bool offerRegisterClass = true) {
+    FakeHost host{version, offerVersion, offerRegisterClass};
+    gHost = &host;
+    rbversion = 0.0;
+    REALPluginMain(Resolve);
+    gHost = nullptr;
+    return host;
+}
 
-TEST_F(Registration, RecordVersionFollowsHostVersion) {
+TEST(Registration, RecordVersionFollowsHostVersion) {
     const std::pair<double, int> cases[] = {{2011.9, 9},   {2012.0, 10},  {2013.0, 11},  {2013.02, 11},
                                             {2013.03, 12}, {2013.04, 13}, {2020.02, 13}, {2024.1, 13}};
     for (auto [version, expected] : cases) {
-        FakeHost host;
-        host.version = version;
-        Load(host);
+        FakeHost host = Load(version);
         EXPECT_EQ(host.announcedVersion, expected) << version;
         ASSERT_EQ(host.registered.size(), 19u);
         for (const auto& record : host.registered) EXPECT_EQ(record.version, static_cast<uint32_t>(expected));
     }
-}
-
-TEST_F(Registration, ClassesComeInTheFixedOrderWithRoundedSizes) {
-    FakeHost host;
-    host.version = 2021.1;
-    Load(host);
-    const char* expected[] = {"VLCInstanceQRV",
-                              "VLCMediaQRV",
-                              "VLCMediaListQRV",
-                              "VLCMediaLibraryQRV",
-                              "VLCMediaPlayerQRV",
-                              "VLCEventManagerQRV",
-                              "VLCMediaListPlayerQRV",
-                              "VLCMediaDiscovererQRV",
-                              "VLCTrackDescriptionQRV",
-                              "VLCAudioOutputQRV",
-                              "VLCAudioOutputDeviceQRV",
-                              "VLCMissingFunctionExceptionQRV",
-                              "VLCNotInitializedExceptionQRV",
-                              "VLCMediaStatsQRV",
-                              "VLCMediaTrackInfoQRV",
-                              "VLCMediaTrackQRV",
-                              "VLCEqualizerQRV",
-                              "VLCExitHandlerQRV",
-                              "VLCModuleDescriptionQRV"};
-    ASSERT_EQ(host.registered.size(), std::size(expected));
-    for (size_t i = 0; i < std::size(expected); ++i) {
-        EXPECT_STREQ(host.registered[i].name, expected[i]);
-        EXPECT_EQ(host.registered[i].dataSize % 16, 0u) << expected[i];
-        EXPECT_EQ(host.registered[i].mFlags, 4u) << expected[i];
-    }
-    EXPECT_STREQ(host.registered[11].superName, "RuntimeException");
-    EXPECT_STREQ(host.registered[12].superName, "RuntimeException");
-    EXPECT_EQ(host.registered[0].superName, nullptr);
-}
-
-TEST_F(Registration, MissingVersionEntryMeansAnOldHost) {
-    FakeHost host;
-    host.offerVersion = false;
-    Load(host);
+    // Without the version entry the host is an old one.
+    EXPECT_EQ(Load(2021.0, false).announcedVersion, 9);
     EXPECT_EQ(rbversion, 0.0);
-    EXPECT_EQ(host.announcedVersion, 9);
-}
-
-TEST_F(Registration, NothingIsRegisteredWithoutResolverOrRegisterEntry) {
+    // Without the register entry, or any resolver, nothing is registered.
+    FakeHost unregistered = Load(2021.0, true, false);
+    EXPECT_TRUE(unregistered.registered.empty());
+    EXPECT_EQ(unregistered.announcedVersion, 13);
+    rbversion = 0.0;
     REALPluginMain(nullptr);
     EXPECT_EQ(CurrentREALControlVersion, 9);
+}
 
-    FakeHost host;
-    host.version = 2021.0;
-    host.offerRegisterClass = false;
-    Load(host);
-    EXPECT_TRUE(host.registered.empty());
-    EXPECT_EQ(host.announcedVersion, 13);
+TEST(Registration, ClassesComeInTheFixedOrderWithRoundedSizes) {
+    FakeHost host = Load(2021.1);
+    ASSERT_EQ(host.registered.size(), std::size(qrvtest::kClassNames));
+    for (size_t i = 0; i < host.registered.size(); ++i) {
+        const REALclassDefinition& record = host.registered[i];
+        EXPECT_STREQ(record.name, qrvtest::kClassNames[i]);
+        EXPECT_EQ(record.dataSize % 16, 0u) << record.name;
+        EXPECT_EQ(record.mFlags, 4u) << record.name;
+        bool exception = strstr(record.name, "ExceptionQRV") != nullptr;
+        EXPECT_STREQ(record.superName, exception ? "RuntimeException" : nullptr) << record.name;
+    }
 }
 
 // A record of the test's own, registered through the same path as the plug-in's.
@@ -122,7 +109,7 @@ REALclassDefinition MakeRecord(uint32_t classFlags, size_t dataSize, REALmethodD
     return record;
 }
 
-TEST_F(Registration, FlagRewritesDependOnHostVersion) {
+TEST(Registration, FlagRewritesAndDataSizesDependOnHostVersion) {
     FakeHost host;
     gHost = &host;
     SetHostResolver(Resolve);
@@ -150,12 +137,7 @@ TEST_F(Registration, FlagRewritesDependOnHostVersion) {
         EXPECT_EQ(methods[0].mFlags, c.expectMethod) << c.version << " method " << c.methodFlags;
         EXPECT_EQ(methods[1].mFlags, 4u);
     }
-}
 
-TEST_F(Registration, PropertyFlagsAndDataSizes) {
-    FakeHost host;
-    gHost = &host;
-    SetHostResolver(Resolve);
     rbversion = 2010.029;
     REALproperty properties[1] = {};
     properties[0].name = "P";
@@ -174,6 +156,26 @@ TEST_F(Registration, PropertyFlagsAndDataSizes) {
     properties[0].flags = kFlagPictureMarker;
     FixFlags(properties, 0, "x");
     EXPECT_EQ(properties[0].flags, kFlagPictureMarker);
+    SetHostResolver(nullptr);
+    rbversion = 0.0;
+}
+
+TEST(FunctionTable, ListsEachOf254FunctionsOnceInLookupOrder) {
+    std::vector<std::string> names;
+    for (size_t i = 0; i < vlcfn::kEntryCount; ++i) {
+        names.emplace_back(vlcfn::kEntries[i].name);
+        EXPECT_NE(vlcfn::kEntries[i].slot, nullptr) << names.back();
+    }
+    ASSERT_EQ(names.size(), 254u);
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 254u);
+    EXPECT_EQ((std::vector<std::string>{names[0], names[1], names[24], names[25], names[249], names[253]}),
+              (std::vector<std::string>{"libvlc_media_subitems", "libvlc_vlm_release", "libvlc_vlm_get_event_manager",
+                                        "libvlc_errmsg", "libvlc_log_get_context", "libvlc_log_set_file"}));
+    // Later additions come after the families they extend.
+    auto at = [&](const char* name) { return std::find(names.begin(), names.end(), name) - names.begin(); };
+    EXPECT_GT(at("libvlc_set_exit_handler"), at("libvlc_media_discoverer_is_running"));
+    EXPECT_LT(at("libvlc_audio_equalizer_get_preset_count"), at("libvlc_media_player_set_equalizer"));
+    EXPECT_LT(at("libvlc_media_tracks_release"), at("libvlc_set_app_id"));
 }
 
 }  // namespace

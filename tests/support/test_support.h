@@ -40,6 +40,27 @@ inline const bool kHostChecksInstalled = [] {
     return true;
 }();
 
+// The plug-in's classes in the order it registers them.
+inline const char* const kClassNames[] = {"VLCInstanceQRV",
+                                          "VLCMediaQRV",
+                                          "VLCMediaListQRV",
+                                          "VLCMediaLibraryQRV",
+                                          "VLCMediaPlayerQRV",
+                                          "VLCEventManagerQRV",
+                                          "VLCMediaListPlayerQRV",
+                                          "VLCMediaDiscovererQRV",
+                                          "VLCTrackDescriptionQRV",
+                                          "VLCAudioOutputQRV",
+                                          "VLCAudioOutputDeviceQRV",
+                                          "VLCMissingFunctionExceptionQRV",
+                                          "VLCNotInitializedExceptionQRV",
+                                          "VLCMediaStatsQRV",
+                                          "VLCMediaTrackInfoQRV",
+                                          "VLCMediaTrackQRV",
+                                          "VLCEqualizerQRV",
+                                          "VLCExitHandlerQRV",
+                                          "VLCModuleDescriptionQRV"};
+
 inline std::string SamplePath(const std::string& name) { return emu::SourceDir() + "/samples/" + name; }
 
 inline ::testing::AssertionResult Raised(const emu::Host& host, const std::string& className,

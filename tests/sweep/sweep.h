@@ -1,25 +1,12 @@
-// The bad-input sweep: every registered member is called with libvlc not
-// loaded, on an uninitialised object, and with nil object arguments, and what
-// it raises is compared with the expectation written here, class by class.
-//
-// An expectation file (expect_<class>.cpp) describes one class's members:
-//
-//   SWEEP_CLASS(MediaList) {
-//       sweep::ClassSweep c{"VLCMediaListQRV"};
-//       c.initialised = [](emu::Host& h) { ... return a working list ...; };
-//       c.members = {
-//           sweep::HTF("Count as integer", "_libvlc_media_list_count"),
-//           sweep::HTF("AddMedia(item as VLCMediaQRV) as boolean", "_libvlc_media_list_add_media")
-//               .WithNil("item parameter is nil"),
-//           sweep::Field("Handle"),
-//       };
-//       return c;
-//   }
+// The sweeps' view of the registered members, and the bad-input sweep's
+// expectations: one SWEEP_CLASS per class (expect_*.cpp) saying what each
+// member raises with libvlc not loaded, on an uninitialised object, and with
+// nil object arguments.
 //
 // Member keys: a method's declaration as registered; "assign " + declaration
-// for an assigning form; "get Name" / "set Name" for properties; the same with
-// "shared " in front for shared members. Destructors are not called by the
-// sweep (releasing the objects runs them).
+// for an assigning form; "get Name" / "set Name" for properties; "shared " in
+// front for shared members. Standard fields (the host reads and writes them)
+// need no row: they must raise nothing. Destructors are not called.
 #pragma once
 
 #include <functional>
@@ -28,6 +15,7 @@
 #include <vector>
 
 #include "host/emulator.h"
+#include "tests/support/test_support.h"
 
 namespace sweep {
 
@@ -49,25 +37,18 @@ struct Expect {
     Raised withoutLibvlc;                // libvlc not loaded, object uninitialised, zero and nil arguments
     Raised uninitialised;                // libvlc loaded, object uninitialised
     std::optional<Raised> nilArguments;  // libvlc loaded, object initialised, nil object arguments
-    // The libvlc function the member tests ("_libvlc_…"); empty when none. On
-    // an initialised object, under a libvlc that lacks only this function,
-    // the member raises the missing-function exception naming it.
+    // The libvlc function ("_libvlc_…") whose absence the member reports on an
+    // initialised object; empty when none.
     std::string entry;
 
-    Expect WithNil(const std::string& message) const {
-        Expect e = *this;
-        e.nilArguments = Nil(message);
-        return e;
-    }
-    Expect WithNilRaising(Raised raised) const {
+    Expect WithNil(Raised raised) const {
         Expect e = *this;
         e.nilArguments = std::move(raised);
         return e;
     }
 };
 
-// Handle test first, then trace and function: an uninitialised object always
-// reports the handle.
+// Handle test first, then trace and function: an uninitialised object always reports the handle.
 inline Expect HTF(std::string member, const std::string& entry) {
     return {std::move(member), NotInitialized(), NotInitialized(), std::nullopt, entry};
 }
@@ -75,31 +56,126 @@ inline Expect HTF(std::string member, const std::string& entry) {
 inline Expect TFH(std::string member, const std::string& entry) {
     return {std::move(member), Missing(entry), NotInitialized(), std::nullopt, entry};
 }
-// Members that need no libvlc and no handle (standard fields, pure readers).
 inline Expect Silent(std::string member) { return {std::move(member), Nothing(), Nothing(), Nothing()}; }
-inline Expect Field(const std::string& name) { return Silent("get " + name); }
-inline Expect FieldWithSetter(const std::string& name, std::vector<Expect>& into) {
-    into.push_back(Silent("set " + name));
-    return Field(name);
+// Shared members need no object: only a missing function is reported.
+inline Expect SharedCall(std::string member, const std::string& entry) {
+    return {"shared " + member, Missing(entry), Nothing(), std::nullopt, entry};
 }
-inline Expect Custom(std::string member, Raised withoutLibvlc, Raised uninitialised) {
-    return {std::move(member), std::move(withoutLibvlc), std::move(uninitialised), std::nullopt};
+// Constructors and factories taking an object: the function is tested first, then the argument.
+inline Expect TakesObject(std::string member, const std::string& entry, const std::string& nilMessage) {
+    return {std::move(member), Missing(entry), Nil(nilMessage), Nil(nilMessage), entry};
 }
 
 struct ClassSweep {
     std::string className;
+    std::vector<Expect> members;
     // An object whose libvlc handle is 0. Default: the host's zero-filled instance.
     std::function<emu::Value(emu::Host&)> uninitialised;
-    // A working object on the real libvlc (already loaded); needed when a member has object parameters.
-    std::function<emu::Value(emu::Host&)> initialised;
-    std::vector<Expect> members;
 };
+
+// Adds rows "member: function" (the function without its "libvlc_" prefix) of one kind.
+inline void AddRows(std::vector<Expect>& into, Expect (*kind)(std::string, const std::string&),
+                    std::initializer_list<const char*> rows) {
+    for (std::string row : rows) {
+        size_t colon = row.find(": ");
+        into.push_back(kind(row.substr(0, colon), "_libvlc_" + row.substr(colon + 2)));
+    }
+}
+
+// A working object of the class on a loaded libvlc; media name the file at mediaPath.
+inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const std::string& className,
+                                const std::string& mediaPath) {
+    using emu::Value;
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(mediaPath)});
+    if (className == "VLCInstanceQRV") return host.New("VLCInstanceQRV", {host.StringArray(qrvtest::HeadlessArgs())});
+    if (className == "VLCMediaQRV") return media;
+    if (className == "VLCMediaListQRV") {
+        Value list = host.New("VLCMediaListQRV", {vlc});
+        host.Call(list, "AddMedia", {media});
+        return list;
+    }
+    if (className == "VLCMediaLibraryQRV") return host.New("VLCMediaLibraryQRV", {vlc});
+    if (className == "VLCMediaDiscovererQRV") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("podcast")});
+    if (className == "VLCMediaPlayerQRV") {
+        // With a frame buffer, so that the copy members have something to copy.
+        Value player = host.New("VLCMediaPlayerQRV", {media});
+        host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
+        return player;
+    }
+    if (className == "VLCEventManagerQRV")
+        return host.New("VLCEventManagerQRV", {host.New("VLCMediaPlayerQRV", {media})});
+    // No media list yet: what a program has right after New.
+    if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
+    if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
+    return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
+}
 
 using Maker = ClassSweep (*)();
 std::vector<Maker>& Makers();
 struct Registrar {
     explicit Registrar(Maker make) { Makers().push_back(make); }
 };
+
+// One way to call a registered member.
+struct Member {
+    std::string key;
+    bool shared = false;
+    bool standardField = false;
+    const REALproperty* property = nullptr;  // getter, or setter when assigns
+    const REALmethodDefinition* method = nullptr;
+    emu::Declaration declaration;  // of the method
+    bool assigns = false;          // a setter or an assigning form
+};
+
+inline std::vector<Member> MembersOf(const REALclassDefinition& r) {
+    std::vector<Member> members;
+    for (bool shared : {false, true}) {
+        std::string prefix = shared ? "shared " : "";
+        REALproperty* properties = shared ? r.sharedProperties : r.properties;
+        for (size_t i = 0; i < (shared ? r.sharedPropertyCount : r.propertyCount); ++i) {
+            const REALproperty* p = &properties[i];
+            bool field = p->getter == kStandardAccessor;
+            members.push_back({prefix + "get " + p->name, shared, field, p});
+            if (p->setter != nullptr) members.push_back({prefix + "set " + p->name, shared, field, p, {}, {}, true});
+        }
+        REALmethodDefinition* methods = shared ? r.sharedMethods : r.methods;
+        for (size_t i = 0; i < (shared ? r.sharedMethodCount : r.methodCount); ++i) {
+            const REALmethodDefinition* m = &methods[i];
+            emu::Declaration d = emu::ParseDeclaration(m->declaration);
+            if (d.name == "Destructor") continue;
+            members.push_back({prefix + m->declaration, shared, false, nullptr, m, d});
+            if (m->setterFunction != nullptr)
+                members.push_back({prefix + "assign " + m->declaration, shared, false, nullptr, m, d, true});
+        }
+    }
+    return members;
+}
+
+// Gives the value of a parameter or assigned value, by declared type (lower
+// case, "()" for arrays) and name (empty for an assigned value).
+using Arguments = std::function<emu::Value(const std::string& type, const std::string& name)>;
+
+inline std::string Lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+inline void Call(emu::Host& host, const Member& member, const emu::Value* self, const Arguments& argument) {
+    if (member.shared) self = nullptr;
+    if (member.property != nullptr && member.assigns)
+        return host.CallSetter(*member.property, self, argument(Lower(member.property->type), member.property->name));
+    if (member.property != nullptr) {
+        host.CallGetter(*member.property, self);
+        return;
+    }
+    std::vector<emu::Value> args;
+    for (const emu::Parameter& p : member.declaration.parameters) {
+        emu::Value v = argument(p.type, p.name);
+        args.push_back(p.byref ? emu::Value::Ref(v) : v);
+    }
+    emu::Value assigned = member.assigns ? argument(member.declaration.result, "") : emu::Value();
+    host.CallMethod(*member.method, self, std::move(args), member.assigns, member.assigns ? &assigned : nullptr);
+}
 
 }  // namespace sweep
 

@@ -25,13 +25,13 @@ namespace {
 using emu::Host;
 using emu::Value;
 
-bool IsObjectType(const std::string& t) {
+bool IsObject(const std::string& t) {
     static const std::set<std::string> scalars = {"integer", "int64",  "int32",  "uint32", "boolean",
                                                   "double",  "single", "string", "ptr",    ""};
-    return scalars.count(t) == 0;
+    return scalars.count(t) == 0 && t.find("()") == std::string::npos;
 }
 
-Value Zero(const std::string& type) {
+Value Zero(const std::string& type, const std::string&) {
     if (type == "integer" || type == "int64" || type == "int32") return Value::Int(0);
     if (type == "uint32") return Value::UInt(0);
     if (type == "boolean") return Value::Bool(false);
@@ -41,73 +41,11 @@ Value Zero(const std::string& type) {
     return Value();  // strings, objects, arrays: nil
 }
 
-std::string Lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
-struct MemberCall {
-    std::string key;
-    bool hasObjectParameter = false;
-    bool shared = false;
-    std::function<void(Host&, const Value* self)> call;
-};
-
-std::vector<Value> ZeroArguments(const emu::Declaration& d) {
-    std::vector<Value> args;
-    for (const emu::Parameter& p : d.parameters) args.push_back(p.byref ? Value::Ref(Zero(p.type)) : Zero(p.type));
-    return args;
-}
-
-bool HasObjectParameter(const emu::Declaration& d) {
-    for (const emu::Parameter& p : d.parameters)
-        if (!p.byref && IsObjectType(p.type) && p.type.find("()") == std::string::npos) return true;
-    return false;
-}
-
-void AddMethods(std::vector<MemberCall>& calls, REALmethodDefinition* list, size_t count, bool shared) {
-    for (size_t i = 0; i < count; ++i) {
-        const REALmethodDefinition* m = &list[i];
-        emu::Declaration d = emu::ParseDeclaration(m->declaration);
-        if (d.name == "Destructor") continue;
-        std::string prefix = shared ? "shared " : "";
-        calls.push_back(
-            {prefix + m->declaration, HasObjectParameter(d), shared, [m, d, shared](Host& host, const Value* self) {
-                 host.CallMethod(*m, shared ? nullptr : self, ZeroArguments(d));
-             }});
-        if (m->setterFunction != nullptr) {
-            bool objectValue = IsObjectType(d.result);
-            calls.push_back({prefix + "assign " + m->declaration, HasObjectParameter(d) || objectValue, shared,
-                             [m, d, shared](Host& host, const Value* self) {
-                                 Value assigned = Zero(d.result);
-                                 host.CallMethod(*m, shared ? nullptr : self, ZeroArguments(d), true, &assigned);
-                             }});
-        }
-    }
-}
-
-void AddProperties(std::vector<MemberCall>& calls, REALproperty* list, size_t count, bool shared) {
-    for (size_t i = 0; i < count; ++i) {
-        const REALproperty* p = &list[i];
-        std::string prefix = shared ? "shared " : "";
-        calls.push_back({prefix + "get " + p->name, false, shared,
-                         [p, shared](Host& host, const Value* self) { host.CallGetter(*p, shared ? nullptr : self); }});
-        if (p->setter != nullptr)
-            calls.push_back({prefix + "set " + p->name, IsObjectType(Lower(p->type)), shared,
-                             [p, shared](Host& host, const Value* self) {
-                                 host.CallSetter(*p, shared ? nullptr : self, Zero(Lower(p->type)));
-                             }});
-    }
-}
-
-std::vector<MemberCall> MembersOf(const emu::ClassInfo& cls) {
-    std::vector<MemberCall> calls;
-    const REALclassDefinition& r = *cls.record;
-    AddProperties(calls, r.properties, r.propertyCount, false);
-    AddMethods(calls, r.methods, r.methodCount, false);
-    AddProperties(calls, r.sharedProperties, r.sharedPropertyCount, true);
-    AddMethods(calls, r.sharedMethods, r.sharedMethodCount, true);
-    return calls;
+bool TakesObject(const Member& m) {
+    if (m.property != nullptr) return m.assigns && IsObject(Lower(m.property->type));
+    for (const emu::Parameter& p : m.declaration.parameters)
+        if (!p.byref && IsObject(p.type)) return true;
+    return m.assigns && IsObject(m.declaration.result);
 }
 
 // All expectation files, merged by class.
@@ -116,12 +54,21 @@ std::map<std::string, ClassSweep> Expectations() {
     for (Maker make : Makers()) {
         ClassSweep part = make();
         ClassSweep& into = merged[part.className];
-        into.className = part.className;
         if (part.uninitialised) into.uninitialised = part.uninitialised;
-        if (part.initialised) into.initialised = part.initialised;
         for (Expect& e : part.members) into.members.push_back(std::move(e));
     }
     return merged;
+}
+
+std::optional<Expect> ExpectationOf(const ClassSweep& sweep, const Member& member) {
+    if (member.standardField) return Silent(member.key);
+    for (const Expect& e : sweep.members)
+        if (e.member == member.key) return e;
+    return std::nullopt;  // reported by the coverage test
+}
+
+Value Initialised(Host& host, const std::string& className) {
+    return WorkingObject(host, qrvtest::HeadlessInstance(host), className, "/tmp/qrv-sweep.mp4");
 }
 
 Raised Observed(const Host& host) {
@@ -143,38 +90,23 @@ void RunPass(Pass pass) {
     }
     auto expectations = Expectations();
     for (const emu::ClassInfo* cls : host.PluginClasses()) {
-        auto found = expectations.find(cls->name);
-        if (found == expectations.end()) continue;  // reported by the coverage test
-        const ClassSweep& sweep = found->second;
-        std::map<std::string, const Expect*> byKey;
-        for (const Expect& e : sweep.members) byKey[e.member] = &e;
-        for (const MemberCall& member : MembersOf(*cls)) {
-            auto e = byKey.find(member.key);
-            if (e == byKey.end()) continue;
-            std::optional<Raised> expected;
-            if (pass == Pass::WithoutLibvlc) expected = e->second->withoutLibvlc;
-            if (pass == Pass::Uninitialised) expected = e->second->uninitialised;
-            if (pass == Pass::NilArguments) {
-                if (!member.hasObjectParameter) continue;
-                expected = e->second->nilArguments;
-                if (!expected) {
-                    ADD_FAILURE() << cls->name << " " << member.key << ": no nil-argument expectation";
-                    continue;
-                }
+        const ClassSweep& sweep = expectations[cls->name];
+        for (const Member& member : MembersOf(*cls->record)) {
+            std::optional<Expect> e = ExpectationOf(sweep, member);
+            if (!e || (pass == Pass::NilArguments && !TakesObject(member))) continue;
+            std::optional<Raised> expected = pass == Pass::WithoutLibvlc   ? e->withoutLibvlc
+                                             : pass == Pass::Uninitialised ? e->uninitialised
+                                                                           : e->nilArguments;
+            if (!expected) {
+                ADD_FAILURE() << cls->name << " " << member.key << ": no nil-argument expectation";
+                continue;
             }
             Value self;
-            if (member.shared) {
-                // no object
-            } else if (pass == Pass::NilArguments) {
-                if (!sweep.initialised) {
-                    ADD_FAILURE() << cls->name << ": no initialised object for the nil-argument pass";
-                    break;
-                }
-                self = sweep.initialised(host);
-            } else {
+            if (!member.shared && pass == Pass::NilArguments)
+                self = Initialised(host, cls->name);
+            else if (!member.shared)
                 self = sweep.uninitialised ? sweep.uninitialised(host) : host.NewRaw(cls->name);
-            }
-            member.call(host, &self);
+            Call(host, member, &self, Zero);
             Raised got = Observed(host);
             EXPECT_EQ(got, *expected) << cls->name << " " << member.key << ": raised " << Describe(got) << ", expected "
                                       << Describe(*expected);
@@ -208,8 +140,7 @@ std::string FakeWithout(const std::string& function) {
     std::ifstream in(FAKEVLC_PATH, std::ios::binary);
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     auto [offset, size] = DynamicStrings(bytes);
-    std::string table = bytes.substr(offset, size);
-    size_t at = table.find(std::string(1, '\0') + function + '\0');
+    size_t at = bytes.substr(offset, size).find(std::string(1, '\0') + function + '\0');
     if (size == 0 || at == std::string::npos) return "";
     bytes[offset + at + 1] = 'X';
     char path[] = "/tmp/qrv-sweep-fakevlc-XXXXXX.so";
@@ -236,15 +167,8 @@ void MakeEveryConstructorAnswer(const std::string& fake) {
 // Every member that names a libvlc function is called on an initialised
 // object under a libvlc lacking only that function: it must name exactly it.
 TEST(Sweep, EachMissingFunctionIsNamed) {
-    auto expectations = Expectations();
-    std::vector<const emu::ClassInfo*> classes;
-    std::map<std::string, std::vector<MemberCall>> membersByClass;
-    {
-        Host host;
-        for (const emu::ClassInfo* cls : host.PluginClasses()) membersByClass[cls->name] = MembersOf(*cls);
-    }
     size_t checked = 0;
-    for (auto& [className, sweep] : expectations) {
+    for (auto& [className, sweep] : Expectations()) {
         for (const Expect& e : sweep.members) {
             if (e.entry.empty()) continue;
             std::string fake = FakeWithout(e.entry.substr(1));
@@ -256,19 +180,10 @@ TEST(Sweep, EachMissingFunctionIsNamed) {
             host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)});
             MakeEveryConstructorAnswer(fake);
             unlink(fake.c_str());
-            const emu::ClassInfo* cls = host.FindClass(className);
-            ASSERT_NE(cls, nullptr) << className;
-            for (const MemberCall& member : MembersOf(*cls)) {
+            for (const Member& member : MembersOf(*host.FindClass(className)->record)) {
                 if (member.key != e.member) continue;
-                Value self;
-                if (!member.shared) {
-                    if (!sweep.initialised) {
-                        ADD_FAILURE() << className << ": no initialised object to check " << e.entry;
-                        break;
-                    }
-                    self = sweep.initialised(host);
-                }
-                member.call(host, &self);
+                Value self = member.shared ? Value() : Initialised(host, className);
+                Call(host, member, &self, Zero);
                 Raised got = Observed(host);
                 EXPECT_EQ(got, Missing(e.entry))
                     << className << " " << e.member << " without " << e.entry << ": raised " << Describe(got);
@@ -283,18 +198,14 @@ TEST(Sweep, EveryRegisteredMemberHasAnExpectation) {
     Host host;
     auto expectations = Expectations();
     for (const emu::ClassInfo* cls : host.PluginClasses()) {
-        std::vector<MemberCall> members = MembersOf(*cls);
-        auto found = expectations.find(cls->name);
-        std::set<std::string> expected;
-        if (found != expectations.end()) {
-            for (const Expect& e : found->second.members) expected.insert(e.member);
-        }
-        std::set<std::string> registered;
-        for (const MemberCall& m : members) {
+        std::set<std::string> rows, registered;
+        for (const Expect& e : expectations[cls->name].members) rows.insert(e.member);
+        for (const Member& m : MembersOf(*cls->record)) {
+            if (m.standardField) continue;
             registered.insert(m.key);
-            EXPECT_TRUE(expected.count(m.key)) << cls->name << " " << m.key << ": no sweep expectation";
+            EXPECT_TRUE(rows.count(m.key)) << cls->name << " " << m.key << ": no sweep expectation";
         }
-        for (const std::string& key : expected)
+        for (const std::string& key : rows)
             EXPECT_TRUE(registered.count(key)) << cls->name << " " << key << ": expectation for no registered member";
     }
 }
