@@ -87,7 +87,7 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
                                 const std::string& mediaPath) {
     using emu::Value;
     Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(mediaPath)});
-    if (className == "VLCInstanceQRV") return host.New("VLCInstanceQRV", {host.StringArray(qrvtest::HeadlessArgs())});
+    if (className == "VLCInstanceQRV") return qrvtest::HeadlessInstance(host);
     if (className == "VLCMediaQRV") return media;
     if (className == "VLCMediaListQRV") {
         Value list = host.New("VLCMediaListQRV", {vlc});
