@@ -64,14 +64,7 @@ void fakevlc_hold_frame(int64_t milliseconds);
 // Byte c (memory order: 0 blue, 1 green, 2 red, 3 unused) of pixel (x, y) in
 // a rendered frame: every channel differs and depends on x, y and the frame.
 inline uint8_t fakevlc_pattern(int64_t x, int64_t y, int64_t frame, int c) {
-    switch (c) {
-        case 0:
-            return static_cast<uint8_t>(0x10 + 3 * x + frame);
-        case 1:
-            return static_cast<uint8_t>(0x80 + 5 * y + 7 * frame);
-        case 2:
-            return static_cast<uint8_t>(0xE0 ^ (x + 2 * y + 13 * frame));
-        default:
-            return static_cast<uint8_t>(29 * frame + 1);
-    }
+    const int64_t bytes[4] = {0x10 + 3 * x + frame, 0x80 + 5 * y + 7 * frame, 0xE0 ^ (x + 2 * y + 13 * frame),
+                              29 * frame + 1};
+    return static_cast<uint8_t>(bytes[c]);
 }
