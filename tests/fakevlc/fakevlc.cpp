@@ -4,6 +4,7 @@
 // the test set; the behaviour tests need is written out here and overrides it.
 #include <malloc.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -30,6 +32,7 @@ struct Listener {
     int type;
     libvlc_callback_t callback;
     void* data;
+    bool operator==(const Listener&) const = default;
 };
 
 // What libvlc_video_set_callbacks and _set_format gave, and the copy a video
@@ -45,9 +48,8 @@ struct Video {
 // Everything fakevlc_reset sets back.
 struct Registry {
     std::map<std::string, Answer> answers;
-    std::map<std::string, int64_t> calls;
+    std::map<std::string, int64_t> calls, ints;
     std::map<std::string, std::string> texts;
-    std::map<std::string, int64_t> ints;
     std::map<libvlc_media_t*, int64_t> mediaRefs;
     std::vector<libvlc_media_t*> media;  // allocated by fakevlc_new_media, freed by fakevlc_reset
     std::vector<Listener> listeners;
@@ -70,7 +72,13 @@ State& S() {
     return *state;
 }
 
-using Hold = std::lock_guard<std::mutex>;
+// Runs `f` on the registry under the fake's lock.
+template <typename F>
+auto Locked(F f) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    return f(static_cast<Registry&>(S()));
+}
+
 using HoldEvents = std::lock_guard<std::recursive_mutex>;
 
 // Depth of event callbacks running on this thread (fakevlc_fire).
@@ -79,44 +87,33 @@ thread_local int gInsideEventCallback = 0;
 libvlc_event_manager_t* const kManager = reinterpret_cast<libvlc_event_manager_t*>(0xE7E47);
 
 void Record(const std::string& key, const char* text) {
-    Hold hold(S().lock);
-    S().texts[key] = text ? text : "(null)";
+    Locked([&](Registry& r) { r.texts[key] = text ? text : "(null)"; });
+}
+void Record(const std::string& key, int64_t value) {
+    Locked([&](Registry& r) { r.ints[key] = value; });
 }
 
-void RecordInt(const std::string& key, int64_t value) {
-    Hold hold(S().lock);
-    S().ints[key] = value;
-}
-
+// Setters record their argument; getters answer it back, as a real output would.
 void CountAndRecord(const char* name, const char* argument, int64_t value) {
     Count(name);
-    RecordInt(std::string(name) + "." + argument, value);
+    Record(std::string(name) + "." + argument, value);
 }
-
-// Counts the call and answers what the setter recorded under `key`.
 int Recall(const char* name, const char* key) {
     Count(name);
     return static_cast<int>(fakevlc_int(key));
 }
 
-template <typename T>
-void SetAnswer(const char* function, T Answer::*field, T value) {
-    Hold hold(S().lock);
-    S().answers[function].*field = value;
+template <typename Value>
+Value Find(const std::map<std::string, Value>& map, const std::string& key, Value missing) {
+    return Locked([&](Registry&) {
+        auto it = map.find(key);
+        return it == map.end() ? missing : it->second;
+    });
 }
 
-template <typename Map, typename Value>
-Value Find(const Map& map, const std::string& key, Value missing) {
-    Hold hold(S().lock);
-    auto it = map.find(key);
-    return it == map.end() ? missing : it->second;
-}
-
-void SetLogRoute(libvlc_log_cb callback, void* data, FILE* stream) {
-    Hold hold(S().lock);
-    S().logCallback = callback;
-    S().logData = data;
-    S().logStream = stream;
+void SetLogRoute(const char* name, libvlc_log_cb callback, void* data, FILE* stream) {
+    Count(name);
+    Locked([&](Registry& r) { std::tie(r.logCallback, r.logData, r.logStream) = std::tie(callback, data, stream); });
 }
 
 // Log contexts of the fake carry the module, file and line to report.
@@ -135,8 +132,16 @@ void CallLog(libvlc_log_cb cb, void* data, int level, const LogContext* context,
 
 // The callbacks of the open video output, else the last set.
 Video CurrentVideo() {
-    Hold hold(S().lock);
-    return S().outputOpen ? S().output : S().video;
+    return Locked([](Registry& r) { return r.outputOpen ? r.output : r.video; });
+}
+
+std::vector<Listener> ListenersOf(libvlc_event_manager_t* manager, int type) {
+    return Locked([&](Registry& r) {
+        std::vector<Listener> found;
+        for (const Listener& l : r.listeners)
+            if (l.manager == manager && l.type == type) found.push_back(l);
+        return found;
+    });
 }
 
 }  // namespace
@@ -145,18 +150,13 @@ Video CurrentVideo() {
 // callback only these may be called; any other would deadlock in libvlc, and
 // the fake stops the process instead of hanging.
 void Count(const char* name) {
-    if (gInsideEventCallback > 0) {
-        bool allowed = false;
-        for (const char* ok :
-             {"libvlc_media_retain", "libvlc_media_release", "libvlc_event_attach", "libvlc_event_detach"})
-            allowed = allowed || strcmp(name, ok) == 0;
-        if (!allowed) {
-            fprintf(stderr, "fake libvlc: %s called from inside an event callback: libvlc would deadlock\n", name);
-            abort();
-        }
+    static const std::set<std::string> allowed = {"libvlc_media_retain", "libvlc_media_release", "libvlc_event_attach",
+                                                  "libvlc_event_detach"};
+    if (gInsideEventCallback > 0 && !allowed.count(name)) {
+        fprintf(stderr, "fake libvlc: %s called from inside an event callback: libvlc would deadlock\n", name);
+        abort();
     }
-    Hold hold(S().lock);
-    ++S().calls[name];
+    Locked([&](Registry& r) { ++r.calls[name]; });
 }
 
 Answer AnswerOf(const char* name) { return Find(S().answers, name, Answer{}); }
@@ -174,7 +174,7 @@ libvlc_instance_t* libvlc_new(int argc, const char* const* argv) {
     std::string joined;
     for (int i = 0; i < argc; ++i) joined += std::string(i ? "\n" : "") + (argv[i] ? argv[i] : "(null)");
     Record("libvlc_new.argv", argv == nullptr ? "(null argv)" : joined.c_str());
-    RecordInt("libvlc_new.argc", argc);
+    Record("libvlc_new.argc", argc);
     void* answer = AnswerOf("libvlc_new").pointer;
     return static_cast<libvlc_instance_t*>(answer ? answer : reinterpret_cast<void*>(0x1A57));
 }
@@ -213,14 +213,12 @@ int libvlc_media_get_stats(libvlc_media_t*, libvlc_media_stats_t* stats) {
 
 void libvlc_media_retain(libvlc_media_t* media) {
     Count("libvlc_media_retain");
-    Hold hold(S().lock);
-    ++S().mediaRefs[media];
+    Locked([&](Registry& r) { ++r.mediaRefs[media]; });
 }
 
 void libvlc_media_release(libvlc_media_t* media) {
     Count("libvlc_media_release");
-    Hold hold(S().lock);
-    --S().mediaRefs[media];
+    Locked([&](Registry& r) { --r.mediaRefs[media]; });
 }
 
 // Objects the plug-in only passes back to the fake: distinct, never dereferenced.
@@ -255,8 +253,7 @@ int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t typ
                         void* data) {
     Count("libvlc_event_attach");
     HoldEvents events(S().eventLock);
-    Hold hold(S().lock);
-    S().listeners.push_back({manager, static_cast<int>(type), callback, data});
+    Locked([&](Registry& r) { r.listeners.push_back({manager, static_cast<int>(type), callback, data}); });
     return 0;
 }
 
@@ -265,14 +262,14 @@ void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t ty
                          void* data) {
     Count("libvlc_event_detach");
     HoldEvents events(S().eventLock);
-    Hold hold(S().lock);
-    auto& l = S().listeners;
-    for (auto it = l.begin(); it != l.end(); ++it)
-        if (it->manager == manager && it->type == static_cast<int>(type) && it->callback == callback &&
-            it->data == data) {
-            l.erase(it);
-            return;
-        }
+    bool attached = Locked([&](Registry& r) {
+        auto it = std::find(r.listeners.begin(), r.listeners.end(),
+                            Listener{manager, static_cast<int>(type), callback, data});
+        if (it == r.listeners.end()) return false;
+        r.listeners.erase(it);
+        return true;
+    });
+    if (attached) return;
     fprintf(stderr, "fake libvlc: libvlc_event_detach of a listener that is not attached (type %d)\n",
             static_cast<int>(type));
     abort();
@@ -287,63 +284,49 @@ void libvlc_media_player_stop(libvlc_media_player_t*) {
 }
 
 void libvlc_log_set(libvlc_instance_t*, libvlc_log_cb cb, void* data) {
-    Count("libvlc_log_set");
-    SetLogRoute(cb, data, nullptr);
+    SetLogRoute("libvlc_log_set", cb, data, nullptr);
 }
-
 void libvlc_log_set_file(libvlc_instance_t*, FILE* stream) {
-    Count("libvlc_log_set_file");
-    SetLogRoute(nullptr, nullptr, stream);
+    SetLogRoute("libvlc_log_set_file", nullptr, nullptr, stream);
 }
-
-void libvlc_log_unset(libvlc_instance_t*) {
-    Count("libvlc_log_unset");
-    SetLogRoute(nullptr, nullptr, nullptr);
-}
+void libvlc_log_unset(libvlc_instance_t*) { SetLogRoute("libvlc_log_unset", nullptr, nullptr, nullptr); }
 
 void libvlc_log_get_context(const libvlc_log_t* ctx, const char** module, const char** file, unsigned* line) {
     Count("libvlc_log_get_context");
     auto* c = reinterpret_cast<const LogContext*>(ctx);
-    *module = c->module;
-    *file = c->file;
-    *line = c->line;
+    std::tie(*module, *file, *line) = std::tie(c->module, c->file, c->line);
 }
 
 void libvlc_log_get_object(const libvlc_log_t*, const char** name, const char** header, uintptr_t* id) {
     Count("libvlc_log_get_object");
-    *name = "fake object";
-    *header = nullptr;
-    *id = 42;
+    std::tie(*name, *header, *id) = std::make_tuple("fake object", nullptr, 42);
 }
 
 void libvlc_set_exit_handler(libvlc_instance_t*, void (*cb)(void*), void* opaque) {
     Count("libvlc_set_exit_handler");
-    Hold hold(S().lock);
-    S().exitHandler = cb;
-    S().exitData = opaque;
+    Locked([&](Registry& r) { std::tie(r.exitHandler, r.exitData) = std::tie(cb, opaque); });
 }
 
 void libvlc_video_set_callbacks(libvlc_media_player_t*, libvlc_video_lock_cb lock, libvlc_video_unlock_cb unlock,
                                 libvlc_video_display_cb display, void* opaque) {
     Count("libvlc_video_set_callbacks");
-    Hold hold(S().lock);
-    Video& v = S().video;
-    std::tie(v.lock, v.unlock, v.display, v.opaque) = std::tie(lock, unlock, display, opaque);
+    Locked([&](Registry& r) {
+        std::tie(r.video.lock, r.video.unlock, r.video.display, r.video.opaque) =
+            std::tie(lock, unlock, display, opaque);
+    });
 }
 
 void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigned width, unsigned height,
                              unsigned pitch) {
     Count("libvlc_video_set_format");
     Record("libvlc_video_set_format.chroma", chroma);
-    RecordInt("libvlc_video_set_format.width", width);
-    RecordInt("libvlc_video_set_format.height", height);
-    RecordInt("libvlc_video_set_format.pitch", pitch);
-    Hold hold(S().lock);
-    Video& v = S().video;
-    std::tie(v.width, v.height, v.pitch) = std::tie(width, height, pitch);
+    Record("libvlc_video_set_format.width", width);
+    Record("libvlc_video_set_format.height", height);
+    Record("libvlc_video_set_format.pitch", pitch);
+    Locked(
+        [&](Registry& r) { std::tie(r.video.width, r.video.height, r.video.pitch) = std::tie(width, height, pitch); });
 }
 
-// Volume and mute remember what was set, as a real output would.
 int libvlc_audio_set_volume(libvlc_media_player_t*, int volume) {
     CountAndRecord("libvlc_audio_set_volume", "volume", volume);
     return 0;
@@ -357,7 +340,6 @@ void libvlc_audio_set_mute(libvlc_media_player_t*, int status) {
 int libvlc_audio_get_mute(libvlc_media_player_t*) {
     return Recall("libvlc_audio_get_mute", "libvlc_audio_set_mute.status");
 }
-
 void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, libvlc_playback_mode_t mode) {
     CountAndRecord("libvlc_media_list_player_set_playback_mode", "mode", mode);
 }
@@ -365,77 +347,69 @@ void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, lib
 // ---- control -----------------------------------------------------------------
 
 EXPORT void fakevlc_reset(void) {
-    Hold hold(S().lock);
-    for (libvlc_media_t* media : S().media) delete[] reinterpret_cast<char*>(media);
-    static_cast<Registry&>(S()) = Registry{};
+    Locked([](Registry& r) {
+        for (libvlc_media_t* media : r.media) delete[] reinterpret_cast<char*>(media);
+        r = Registry{};
+    });
 }
 
-EXPORT void fakevlc_set_int(const char* function, int64_t value) { SetAnswer(function, &Answer::integer, value); }
-EXPORT void fakevlc_set_double(const char* function, double value) { SetAnswer(function, &Answer::real, value); }
-EXPORT void fakevlc_set_ptr(const char* function, void* value) { SetAnswer(function, &Answer::pointer, value); }
-
+EXPORT void fakevlc_set_int(const char* f, int64_t value) {
+    Locked([&](Registry& r) { r.answers[f].integer = value; });
+}
+EXPORT void fakevlc_set_double(const char* f, double value) {
+    Locked([&](Registry& r) { r.answers[f].real = value; });
+}
+EXPORT void fakevlc_set_ptr(const char* f, void* value) {
+    Locked([&](Registry& r) { r.answers[f].pointer = value; });
+}
 EXPORT int64_t fakevlc_calls(const char* function) { return Find(S().calls, function, int64_t{0}); }
+EXPORT int64_t fakevlc_int(const char* key) { return Find(S().ints, key, int64_t{-999}); }
 
 EXPORT const char* fakevlc_text(const char* key) {
-    Hold hold(S().lock);
-    auto it = S().texts.find(key);
-    return it == S().texts.end() ? nullptr : it->second.c_str();
+    return Locked([&](Registry& r) {
+        auto it = r.texts.find(key);
+        return it == r.texts.end() ? nullptr : it->second.c_str();
+    });
 }
-
-EXPORT int64_t fakevlc_int(const char* key) { return Find(S().ints, key, int64_t{-999}); }
 
 // Distinct addresses that the plug-in never dereferences.
 EXPORT libvlc_media_t* fakevlc_new_media(void) {
-    Hold hold(S().lock);
-    auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
-    S().media.push_back(media);
-    S().mediaRefs[media] = 1;
-    return media;
+    return Locked([](Registry& r) {
+        auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
+        r.media.push_back(media);
+        r.mediaRefs[media] = 1;
+        return media;
+    });
 }
 
 EXPORT int64_t fakevlc_media_refs(libvlc_media_t* media) {
-    Hold hold(S().lock);
-    return S().mediaRefs[media];
+    return Locked([&](Registry& r) { return r.mediaRefs[media]; });
 }
 
 EXPORT libvlc_event_manager_t* fakevlc_event_manager(void) { return kManager; }
 
 EXPORT int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type) {
-    Hold hold(S().lock);
-    int64_t n = 0;
-    for (const auto& l : S().listeners) n += l.manager == manager && l.type == type;
-    return n;
+    return static_cast<int64_t>(ListenersOf(manager, type).size());
 }
 
 EXPORT int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data) {
-    Hold hold(S().lock);
-    for (const auto& l : S().listeners)
-        if (l.manager == manager && l.type == type) {
-            *callback = l.callback;
-            *data = l.data;
-            return 1;
-        }
-    return 0;
+    std::vector<Listener> found = ListenersOf(manager, type);
+    if (found.empty()) return 0;
+    std::tie(*callback, *data) = std::tie(found[0].callback, found[0].data);
+    return 1;
 }
 
 // Callbacks run with the event lock held, as libvlc's do: a callback that calls
 // back into libvlc (other than what libvlc allows there) would deadlock.
 EXPORT void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
     HoldEvents events(S().eventLock);
-    std::vector<Listener> matching;
-    {
-        Hold hold(S().lock);
-        for (const auto& l : S().listeners)
-            if (l.manager == manager && l.type == event->type) matching.push_back(l);
-    }
     ++gInsideEventCallback;
-    for (const auto& l : matching) l.callback(event, l.data);
+    for (const Listener& l : ListenersOf(manager, event->type)) l.callback(event, l.data);
     --gInsideEventCallback;
 }
 
 EXPORT int fakevlc_log_route(void) {
-    Hold hold(S().lock);
-    return S().logCallback != nullptr ? 1 : S().logStream != nullptr ? 2 : 0;
+    return Locked([](Registry& r) { return r.logCallback != nullptr ? 1 : r.logStream != nullptr ? 2 : 0; });
 }
 
 EXPORT void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
@@ -454,10 +428,7 @@ EXPORT void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const lib
 
 EXPORT void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text,
                         int onNewThread) {
-    auto [cb, data, stream] = [] {
-        Hold hold(S().lock);
-        return std::tuple(S().logCallback, S().logData, S().logStream);
-    }();
+    auto [cb, data, stream] = Locked([](Registry& r) { return std::tuple(r.logCallback, r.logData, r.logStream); });
     LogContext context{module, file, line};
     auto emit = [&] {
         if (cb != nullptr) CallLog(cb, data, level, &context, "%s", text);
@@ -470,17 +441,15 @@ EXPORT void fakevlc_log(int level, const char* module, const char* file, unsigne
 }
 
 EXPORT void fakevlc_request_exit(void) {
-    auto [handler, data] = [] {
-        Hold hold(S().lock);
-        return std::pair(S().exitHandler, S().exitData);
-    }();
+    auto [handler, data] = Locked([](Registry& r) { return std::pair(r.exitHandler, r.exitData); });
     if (handler != nullptr) std::thread(handler, data).join();
 }
 
 EXPORT void fakevlc_vout(int open) {
-    Hold hold(S().lock);
-    S().outputOpen = open != 0;
-    S().output = S().video;
+    Locked([&](Registry& r) {
+        r.outputOpen = open != 0;
+        r.output = r.video;
+    });
 }
 
 // Holds the frame between lock and unlock for `milliseconds`, as a slow decoder would.

@@ -11,31 +11,19 @@
 extern "C" {
 // Everything back to defaults: answers 0/NULL, counts 0, nothing recorded.
 void fakevlc_reset(void);
-// The answer of a function by its libvlc name.
+// The answer of a function by its libvlc name, and how often it was called.
 void fakevlc_set_int(const char* function, int64_t value);
 void fakevlc_set_double(const char* function, double value);
 void fakevlc_set_ptr(const char* function, void* value);
 int64_t fakevlc_calls(const char* function);
-// Text arguments recorded by name: "libvlc_new.argv" (joined by '\n'),
+// Arguments recorded by name: "libvlc_new.argv" (joined by '\n'), "libvlc_new.argc",
 // "libvlc_media_new_path.path", "libvlc_video_set_format.chroma", ...
 const char* fakevlc_text(const char* key);
-// Integer arguments recorded by name: "libvlc_new.argc", "libvlc_media_list_player_set_playback_mode.mode", ...
 int64_t fakevlc_int(const char* key);
 // A media object of the fake and its reference count.
 libvlc_media_t* fakevlc_new_media(void);
 int64_t fakevlc_media_refs(libvlc_media_t* media);
 
-// Events: what libvlc_event_attach registered, fired on this thread or on new ones.
-int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
-void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
-// The first callback attached for this type, to call it the way libvlc's threads do.
-int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data);
-// Fires `count` copies of the event from each of `threads` new threads; u.media_player_time_changed.new_time
-// carries thread * 1'000'000'000 + sequence number. Joins them before returning.
-void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
-                               int64_t count);
-// Where libvlc's log goes: 0 nowhere, 1 the log callback, 2 a file (libvlc_log_set_file).
-int fakevlc_log_route(void);
 // The event manager the fake answers for any object (the getters answer NULL
 // when their answer is set to -1). Callbacks run with the fake's event lock
 // held; a callback calling any libvlc function but media retain/release and
@@ -43,13 +31,23 @@ int fakevlc_log_route(void);
 // libvlc_media_player_stop sends Stopped synchronously; detaching a listener
 // that is not attached aborts.
 libvlc_event_manager_t* fakevlc_event_manager(void);
+// Listeners libvlc_event_attach registered; the first one's callback, to call it as libvlc's threads do.
+int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
+int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data);
+// Fires on this thread; or `count` copies from each of `threads` new threads, joined before returning,
+// u.media_player_time_changed.new_time carrying thread * 1'000'000'000 + sequence number.
+void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
+void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
+                               int64_t count);
 
-// Logging: calls the installed log callback with "%s" and the text, or writes
-// the text to the log file libvlc was given.
+// Where libvlc's log goes: 0 nowhere, 1 the log callback, 2 a file (libvlc_log_set_file).
+int fakevlc_log_route(void);
+// Calls the log callback with "%s" and the text, or writes the text to libvlc's log file.
 void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
-// Exit: calls the installed exit handler on a new thread and joins it.
+// Calls the exit handler on a new thread and joins it.
 void fakevlc_request_exit(void);
-// Video: a video output opens (1) or closes (0). An open output keeps the callbacks
+
+// A video output opens (1) or closes (0). An open output keeps the callbacks
 // and the format it was opened with, as libvlc's memory output does.
 void fakevlc_vout(int open);
 // Runs lock, writes frame number `frame` of the pattern below into the plane
