@@ -33,13 +33,8 @@ class RealEvents : public ::testing::Test {
 protected:
     void SetUp() override {
         seen = &record;
-        record.host = &host;
         ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
         vlc = qrvtest::HeadlessInstance(host);
-    }
-    void TearDown() override {
-        record = Seen();
-        seen = nullptr;
     }
     Value Media(const std::string& name, const Value& instance = Value()) {
         return host.CallShared("VLCMediaQRV", "MediaWithPath",
@@ -55,8 +50,8 @@ protected:
         return std::find_if(raised.begin(), raised.end(), [&](auto& l) { return l.rfind(event, 0) == 0; }) -
                raised.begin();
     }
-    Seen record;
     Host host;
+    Seen record{&host};  // goes before the host
     Value vlc;
 };
 

@@ -20,6 +20,7 @@ using Lines = std::vector<std::string>;
 struct Seen {
     emu::Host* host = nullptr;
     emu::Value player;  // read by the handlers that call back into the player
+    emu::Value kept;    // an object a handler keeps
     Lines raised;
     bool offMainThread = false;
 };
