@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -56,19 +57,18 @@ int CountLines(const std::string& text, Test test) {
 
 bool IsWordChar(char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 bool IsPluginClass(const std::string& word) {
-    return word.size() > 6 && word.rfind("VLC", 0) == 0 && word.compare(word.size() - 3, 3, "QRV") == 0;
+    return word.size() > 6 && word.starts_with("VLC") && word.ends_with("QRV");
 }
 
-// An event line of qrvhost play --events: "  event NAME [arguments] (main thread)".
-auto EventLine(const std::string& name, bool withArgument) {
-    return [name, withArgument](const std::string& line) {
-        const std::string head = "  event " + name + " ", tail = " (main thread)";
-        if (line.rfind(head, 0) != 0 || line.size() < head.size() + tail.size() ||
-            line.compare(line.size() - tail.size(), tail.size(), tail) != 0)
-            return false;
-        std::string middle = line.substr(head.size(), line.size() - head.size() - tail.size());
-        return (middle.find_first_not_of(' ') != std::string::npos) == withArgument;
-    };
+// Lines "  event NAME [ARGUMENT] (main thread)" of qrvhost play --events, with or without an argument.
+int EventLines(const std::string& out, const std::string& name, bool withArgument) {
+    return CountLines(out, [&](const std::string& line) {
+        std::istringstream words(line);
+        std::string event, shown, argument;
+        words >> event >> shown >> argument;
+        return event == "event" && shown == name && line.ends_with(" (main thread)") &&
+               (argument != "(main") == withArgument;
+    });
 }
 
 using Members = std::map<std::string, std::set<std::string>>;  // class -> member names
@@ -128,51 +128,36 @@ TEST(Cli, DescribeListsNineteenClassesAndMatchesTheCommittedReference) {
 // and uses them in its snippets (player.Play after Dim player As New
 // VLCMediaPlayerQRV(...)): each must be one that qrvhost describe lists.
 TEST(Cli, EveryClassAndMemberTheGuideNamesIsRegistered) {
-    std::string text = SourceFile("docs/guide.md");
-    ASSERT_FALSE(text.empty()) << "docs/guide.md missing";
+    std::istringstream guide(SourceFile("docs/guide.md"));
     Members registered = Registered(Qrvhost("describe").out);
     ASSERT_EQ(registered.size(), 19u) << "qrvhost describe not understood";
-
-    struct Token {
-        std::string word;
-        char after;  // the character right after the word
-        size_t line;
-    };
-    std::vector<Token> tokens;
-    size_t line = 1;
-    bool quoted = false;  // string literals and quoted messages name no members
-    for (size_t i = 0; i < text.size();) {
-        if (text[i] == '\n') {
-            ++line;
-            quoted = false;
-        }
-        if (text[i] == '"') quoted = !quoted;
-        size_t start = i;
-        while (!quoted && i < text.size() && IsWordChar(text[i])) ++i;
-        if (i == start)
-            ++i;
-        else
-            tokens.push_back({text.substr(start, i - start), i < text.size() ? text[i] : '\0', line});
-    }
-
     std::map<std::string, std::string> variables;  // snippet variable -> its plug-in class
-    size_t checked = 0;
-    for (size_t i = 0; i < tokens.size(); ++i) {
-        const Token& t = tokens[i];
-        // Dim x As [New] VLC...QRV, For Each x As VLC...QRV
-        if (t.word == "As" && i >= 1 && i + 1 < tokens.size()) {
-            size_t c = tokens[i + 1].word == "New" ? i + 2 : i + 1;
-            if (c < tokens.size() && IsPluginClass(tokens[c].word)) variables[tokens[i - 1].word] = tokens[c].word;
+    size_t number = 1, checked = 0;
+    for (std::string line; std::getline(guide, line); ++number) {
+        // Words and dotted names; string literals and quoted messages name no members.
+        bool quoted = false;
+        for (char& c : line) {
+            quoted ^= c == '"';
+            if (quoted || !(IsWordChar(c) || c == '.')) c = ' ';
         }
-        std::string cls = variables.count(t.word) ? variables[t.word] : "";
-        if (IsPluginClass(t.word)) {
-            EXPECT_TRUE(registered.count(t.word)) << "line " << t.line << ": no class " << t.word;
-            cls = t.word;
+        std::istringstream in(line);
+        std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+        for (size_t i = 0; i < words.size(); ++i) {
+            // Dim x As [New] VLC...QRV, For Each x As VLC...QRV
+            size_t c = i + 1 < words.size() && words[i + 1] == "New" ? i + 2 : i + 1;
+            if (words[i] == "As" && i > 0 && c < words.size() && IsPluginClass(words[c]))
+                variables[words[i - 1]] = words[c];
+            size_t dot = words[i].find('.');
+            std::string head = words[i].substr(0, dot);
+            std::string member =
+                dot == std::string::npos ? "" : words[i].substr(dot + 1, words[i].find('.', dot + 1) - dot - 1);
+            EXPECT_TRUE(!IsPluginClass(head) || registered.count(head)) << "line " << number << ": no class " << head;
+            std::string cls = IsPluginClass(head) ? head : variables.count(head) ? variables[head] : "";
+            if (cls.empty() || member.empty()) continue;
+            EXPECT_TRUE(registered[cls].count(member))
+                << "line " << number << ": " << cls << " has no member " << member;
+            ++checked;
         }
-        if (cls.empty() || t.after != '.' || i + 1 >= tokens.size() || tokens[i + 1].line != t.line) continue;
-        const std::string& member = tokens[i + 1].word;
-        EXPECT_TRUE(registered[cls].count(member)) << "line " << t.line << ": " << cls << " has no member " << member;
-        ++checked;
     }
     EXPECT_GE(checked, 40u) << "the guide should show the members it teaches";
 }
@@ -184,8 +169,8 @@ TEST(Cli, PlayCapturesFramesWritesPngsAndShowsRealEventsOnTheMainThread) {
     EXPECT_EQ(run.status, 0) << run.out;
     EXPECT_NE(run.out.find("length            00:03.003"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("end state         ended"), std::string::npos) << run.out;
-    EXPECT_EQ(CountLines(run.out, EventLine("MediaPlayerPlaying", false)), 1) << run.out;
-    EXPECT_GE(CountLines(run.out, EventLine("MediaPlayerTimeChanged", true)), 1) << run.out;
+    EXPECT_EQ(EventLines(run.out, "MediaPlayerPlaying", false), 1) << run.out;
+    EXPECT_GE(EventLines(run.out, "MediaPlayerTimeChanged", true), 1) << run.out;
     EXPECT_EQ(run.out.find("NOT the main thread"), std::string::npos) << run.out;
     size_t at = run.out.find("frames captured");
     ASSERT_NE(at, std::string::npos) << run.out;
