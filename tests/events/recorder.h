@@ -26,9 +26,10 @@ struct Seen {
 };
 inline Seen* seen = nullptr;
 
-inline std::string Show(RBInteger v) { return std::to_string(v); }
-inline std::string Show(RBBoolean v) { return std::to_string(v); }
-inline std::string Show(double v) { return (std::ostringstream() << v).str(); }
+template <typename Number>
+std::string Show(Number n) {
+    return (std::ostringstream() << +n).str();  // + shows a boolean byte as a number
+}
 inline std::string Show(REALstring s) { return s ? seen->host->Text(emu::Value::BorrowString(s)) : "<nil>"; }
 inline std::string Show(REALobject o) {
     return o ? Show(seen->host->Get(emu::Value::BorrowObject(o), "Handle").AsInt()) : "<nil>";

@@ -24,12 +24,11 @@ int64_t fakevlc_int(const char* key);
 libvlc_media_t* fakevlc_new_media(void);
 int64_t fakevlc_media_refs(libvlc_media_t* media);
 
-// The event manager the fake answers for any object (the getters answer NULL
-// when their answer is set to -1). Callbacks run with the fake's event lock
-// held; a callback calling any libvlc function but media retain/release and
-// event attach/detach aborts the process, where libvlc would deadlock;
-// libvlc_media_player_stop sends Stopped synchronously; detaching a listener
-// that is not attached aborts.
+// The event manager of every object (NULL when the getter's answer is -1).
+// As in libvlc, callbacks run under the event lock, stop sends Stopped before
+// it returns, and the fake aborts where libvlc would deadlock (a libvlc call
+// from a callback but media retain/release, event attach/detach) or abort
+// (detaching a listener that is not attached).
 libvlc_event_manager_t* fakevlc_event_manager(void);
 // Listeners libvlc_event_attach registered; the first one's callback, to call it as libvlc's threads do.
 int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
@@ -50,10 +49,10 @@ void fakevlc_request_exit(void);
 // A video output opens (1) or closes (0). An open output keeps the callbacks
 // and the format it was opened with, as libvlc's memory output does.
 void fakevlc_vout(int open);
-// Runs lock, writes frame number `frame` of the pattern below into the plane
-// (pitch bytes a row, padding 0xEE), then unlock and display, with the open
-// output's format, else the last set. Answers 1; 0 without callbacks; -1,
-// writing nothing, when the plane is smaller than pitch x height.
+// Runs lock, writes frame `frame` of the pattern below (pitch bytes a row,
+// padding 0xEE) in the open output's format, else the last set, then unlock
+// and display. Answers 1; 0 without callbacks; -1, writing nothing, when the
+// plane is smaller than pitch x height.
 int fakevlc_render_frame(int64_t frame);
 // Runs the lock callback, waits `milliseconds`, then the unlock callback.
 void fakevlc_hold_frame(int64_t milliseconds);
