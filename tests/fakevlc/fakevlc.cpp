@@ -1,9 +1,10 @@
 // A fake libvlc for the cases a real one cannot produce: missing functions,
 // odd answers, events and log lines from worker threads. Every function of the
-// plug-in's list exists here as a weak default answering what the test set;
-// the behaviour tests need is written out below and overrides those defaults.
+// plug-in's list exists as a weak default (fakevlc_defaults.cpp) answering what
+// the test set; the behaviour tests need is written out here and overrides it.
 #include <malloc.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -12,17 +13,157 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
-#include <type_traits>
+#include <tuple>
 #include <vector>
 
 #include "tests/fakevlc/fakevlc_state.h"
 
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
-using namespace fakevlc;
+#define EXPORT __attribute__((visibility("default")))
 
-// ---- behaviour tests rely on -------------------------------------------------
+namespace fakevlc {
+namespace {
+
+struct Listener {
+    libvlc_event_manager_t* manager;
+    int type;
+    libvlc_callback_t callback;
+    void* data;
+    bool operator==(const Listener&) const = default;
+};
+
+// What libvlc_video_set_callbacks and _set_format gave, and the copy a video
+// output takes when it opens: libvlc's memory output keeps both.
+struct Video {
+    libvlc_video_lock_cb lock = nullptr;
+    libvlc_video_unlock_cb unlock = nullptr;
+    libvlc_video_display_cb display = nullptr;
+    void* opaque = nullptr;
+    unsigned width = 0, height = 0, pitch = 0;
+};
+
+// Everything fakevlc_reset sets back.
+struct Registry {
+    std::map<std::string, Answer> answers;
+    std::map<std::string, int64_t> calls, ints;
+    std::map<std::string, std::string> texts;
+    std::map<libvlc_media_t*, int64_t> mediaRefs;
+    std::vector<libvlc_media_t*> media;  // allocated by fakevlc_new_media, freed by fakevlc_reset
+    std::vector<Listener> listeners;
+    libvlc_log_cb logCallback = nullptr;
+    void* logData = nullptr;
+    FILE* logStream = nullptr;
+    void (*exitHandler)(void*) = nullptr;
+    void* exitData = nullptr;
+    Video video, output;
+    bool outputOpen = false;
+};
+
+struct State : Registry {
+    std::mutex lock;
+    std::recursive_mutex eventLock;  // held while callbacks run; recursive like libvlc's
+};
+
+State& S() {
+    static State* state = new State;  // lives as long as the process: callbacks may still run at exit
+    return *state;
+}
+
+// Runs `f` on the registry under the fake's lock.
+template <typename F>
+auto Locked(F f) {
+    std::lock_guard<std::mutex> hold(S().lock);
+    return f(static_cast<Registry&>(S()));
+}
+
+using HoldEvents = std::lock_guard<std::recursive_mutex>;
+
+// Depth of event callbacks running on this thread (fakevlc_fire).
+thread_local int gInsideEventCallback = 0;
+
+libvlc_event_manager_t* const kManager = reinterpret_cast<libvlc_event_manager_t*>(0xE7E47);
+
+void Record(const std::string& key, const char* text) {
+    Locked([&](Registry& r) { r.texts[key] = text ? text : "(null)"; });
+}
+void Record(const std::string& key, int64_t value) {
+    Locked([&](Registry& r) { r.ints[key] = value; });
+}
+
+// Setters record their argument; getters answer it back, as a real output would.
+void CountAndRecord(const char* name, const char* argument, int64_t value) {
+    Count(name);
+    Record(std::string(name) + "." + argument, value);
+}
+int Recall(const char* name, const char* key) {
+    Count(name);
+    return static_cast<int>(fakevlc_int(key));
+}
+
+template <typename Value>
+Value Find(const std::map<std::string, Value>& map, const std::string& key, Value missing) {
+    return Locked([&](Registry&) {
+        auto it = map.find(key);
+        return it == map.end() ? missing : it->second;
+    });
+}
+
+void SetLogRoute(const char* name, libvlc_log_cb callback, void* data, FILE* stream) {
+    Count(name);
+    Locked([&](Registry& r) { std::tie(r.logCallback, r.logData, r.logStream) = std::tie(callback, data, stream); });
+}
+
+// Log contexts of the fake carry the module, file and line to report.
+struct LogContext {
+    const char* module;
+    const char* file;
+    unsigned line;
+};
+
+void CallLog(libvlc_log_cb cb, void* data, int level, const LogContext* context, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    cb(data, level, reinterpret_cast<const libvlc_log_t*>(context), format, args);
+    va_end(args);
+}
+
+// The callbacks of the open video output, else the last set.
+Video CurrentVideo() {
+    return Locked([](Registry& r) { return r.outputOpen ? r.output : r.video; });
+}
+
+std::vector<Listener> ListenersOf(libvlc_event_manager_t* manager, int type) {
+    return Locked([&](Registry& r) {
+        std::vector<Listener> found;
+        for (const Listener& l : r.listeners)
+            if (l.manager == manager && l.type == type) found.push_back(l);
+        return found;
+    });
+}
+
+}  // namespace
+
+// libvlc calls back holding locks its own functions take: from inside a
+// callback only these may be called; any other would deadlock in libvlc, and
+// the fake stops the process instead of hanging.
+void Count(const char* name) {
+    constexpr std::string_view allowed[] = {"libvlc_media_retain", "libvlc_media_release", "libvlc_event_attach",
+                                            "libvlc_event_detach"};
+    if (gInsideEventCallback > 0 && std::find(std::begin(allowed), std::end(allowed), name) == std::end(allowed)) {
+        fprintf(stderr, "fake libvlc: %s called from inside an event callback: libvlc would deadlock\n", name);
+        abort();
+    }
+    Locked([&](Registry& r) { ++r.calls[name]; });
+}
+
+Answer AnswerOf(const char* name) { return Find(S().answers, name, Answer{}); }
+
+}  // namespace fakevlc
+
+using namespace fakevlc;
 
 extern "C" {
 
@@ -31,32 +172,33 @@ libvlc_instance_t* libvlc_new(int argc, const char* const* argv) {
     std::string joined;
     for (int i = 0; i < argc; ++i) joined += std::string(i ? "\n" : "") + (argv[i] ? argv[i] : "(null)");
     Record("libvlc_new.argv", argv == nullptr ? "(null argv)" : joined.c_str());
-    RecordInt("libvlc_new.argc", argc);
-    Answer a = AnswerOf("libvlc_new");
-    return static_cast<libvlc_instance_t*>(a.pointer ? a.pointer : reinterpret_cast<void*>(0x1A57));
+    Record("libvlc_new.argc", argc);
+    void* answer = AnswerOf("libvlc_new").pointer;
+    return static_cast<libvlc_instance_t*>(answer ? answer : reinterpret_cast<void*>(0x1A57));
 }
 
 // Answers a new media, or NULL when the test set the answer -1.
 libvlc_media_t* libvlc_media_new_path(libvlc_instance_t*, const char* path) {
     Count("libvlc_media_new_path");
     Record("libvlc_media_new_path.path", path);
-    if (AnswerOf("libvlc_media_new_path").integer == -1) return nullptr;
+    return AnswerOf("libvlc_media_new_path").integer == -1 ? nullptr : fakevlc_new_media();
+}
+
+libvlc_media_t* libvlc_media_new_location(libvlc_instance_t*, const char* url) {
+    Count("libvlc_media_new_location");
+    Record("libvlc_media_new_location.url", url);
     return fakevlc_new_media();
 }
 
 // Out-parameter functions answer the pointer and count the test set.
 unsigned libvlc_media_tracks_get(libvlc_media_t*, libvlc_media_track_t*** tracks) {
-    Count("libvlc_media_tracks_get");
-    Answer a = AnswerOf("libvlc_media_tracks_get");
-    *tracks = static_cast<libvlc_media_track_t**>(a.pointer);
-    return static_cast<unsigned>(a.integer);
+    *tracks = Respond<libvlc_media_track_t**>("libvlc_media_tracks_get");
+    return static_cast<unsigned>(AnswerOf("libvlc_media_tracks_get").integer);
 }
 
 int libvlc_media_get_tracks_info(libvlc_media_t*, libvlc_media_track_info_t** info) {
-    Count("libvlc_media_get_tracks_info");
-    Answer a = AnswerOf("libvlc_media_get_tracks_info");
-    *info = static_cast<libvlc_media_track_info_t*>(a.pointer);
-    return static_cast<int>(a.integer);
+    *info = Respond<libvlc_media_track_info_t*>("libvlc_media_get_tracks_info");
+    return static_cast<int>(AnswerOf("libvlc_media_get_tracks_info").integer);
 }
 
 int libvlc_media_get_stats(libvlc_media_t*, libvlc_media_stats_t* stats) {
@@ -67,22 +209,14 @@ int libvlc_media_get_stats(libvlc_media_t*, libvlc_media_stats_t* stats) {
     return a.integer != 0 ? static_cast<int>(a.integer) : 1;  // a test may answer any int
 }
 
-libvlc_media_t* libvlc_media_new_location(libvlc_instance_t*, const char* url) {
-    Count("libvlc_media_new_location");
-    Record("libvlc_media_new_location.url", url);
-    return fakevlc_new_media();
-}
-
 void libvlc_media_retain(libvlc_media_t* media) {
     Count("libvlc_media_retain");
-    std::lock_guard<std::mutex> hold(S().lock);
-    ++S().mediaRefs[media];
+    Locked([&](Registry& r) { ++r.mediaRefs[media]; });
 }
 
 void libvlc_media_release(libvlc_media_t* media) {
     Count("libvlc_media_release");
-    std::lock_guard<std::mutex> hold(S().lock);
-    --S().mediaRefs[media];
+    Locked([&](Registry& r) { --r.mediaRefs[media]; });
 }
 
 // Objects the plug-in only passes back to the fake: distinct, never dereferenced.
@@ -116,9 +250,8 @@ FAKE_EVENT_MANAGER(libvlc_media_discoverer_event_manager, libvlc_media_discovere
 int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
                         void* data) {
     Count("libvlc_event_attach");
-    std::lock_guard<std::recursive_mutex> events(S().eventLock);
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().listeners.push_back({manager, static_cast<int>(type), callback, data});
+    HoldEvents events(S().eventLock);
+    Locked([&](Registry& r) { r.listeners.push_back({manager, static_cast<int>(type), callback, data}); });
     return 0;
 }
 
@@ -126,15 +259,15 @@ int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t typ
 void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
                          void* data) {
     Count("libvlc_event_detach");
-    std::lock_guard<std::recursive_mutex> events(S().eventLock);
-    std::lock_guard<std::mutex> hold(S().lock);
-    auto& l = S().listeners;
-    for (auto it = l.begin(); it != l.end(); ++it)
-        if (it->manager == manager && it->type == static_cast<int>(type) && it->callback == callback &&
-            it->data == data) {
-            l.erase(it);
-            return;
-        }
+    HoldEvents events(S().eventLock);
+    bool attached = Locked([&](Registry& r) {
+        auto it = std::find(r.listeners.begin(), r.listeners.end(),
+                            Listener{manager, static_cast<int>(type), callback, data});
+        if (it == r.listeners.end()) return false;
+        r.listeners.erase(it);
+        return true;
+    });
+    if (attached) return;
     fprintf(stderr, "fake libvlc: libvlc_event_detach of a listener that is not attached (type %d)\n",
             static_cast<int>(type));
     abort();
@@ -149,217 +282,135 @@ void libvlc_media_player_stop(libvlc_media_player_t*) {
 }
 
 void libvlc_log_set(libvlc_instance_t*, libvlc_log_cb cb, void* data) {
-    Count("libvlc_log_set");
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().logCallback = cb;
-    S().logData = data;
-    S().logStream = nullptr;
+    SetLogRoute("libvlc_log_set", cb, data, nullptr);
 }
-
 void libvlc_log_set_file(libvlc_instance_t*, FILE* stream) {
-    Count("libvlc_log_set_file");
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().logCallback = nullptr;
-    S().logStream = stream;
+    SetLogRoute("libvlc_log_set_file", nullptr, nullptr, stream);
 }
-
-void libvlc_log_unset(libvlc_instance_t*) {
-    Count("libvlc_log_unset");
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().logCallback = nullptr;
-    S().logStream = nullptr;
-}
-
-// Log contexts of the fake carry the module, file and line to report.
-struct FakeLogContext {
-    const char* module;
-    const char* file;
-    unsigned line;
-};
+void libvlc_log_unset(libvlc_instance_t*) { SetLogRoute("libvlc_log_unset", nullptr, nullptr, nullptr); }
 
 void libvlc_log_get_context(const libvlc_log_t* ctx, const char** module, const char** file, unsigned* line) {
     Count("libvlc_log_get_context");
-    auto* c = reinterpret_cast<const FakeLogContext*>(ctx);
-    *module = c->module;
-    *file = c->file;
-    *line = c->line;
+    auto* c = reinterpret_cast<const LogContext*>(ctx);
+    std::tie(*module, *file, *line) = std::tie(c->module, c->file, c->line);
 }
 
 void libvlc_log_get_object(const libvlc_log_t*, const char** name, const char** header, uintptr_t* id) {
     Count("libvlc_log_get_object");
-    *name = "fake object";
-    *header = nullptr;
-    *id = 42;
+    std::tie(*name, *header, *id) = std::make_tuple("fake object", nullptr, 42);
 }
 
 void libvlc_set_exit_handler(libvlc_instance_t*, void (*cb)(void*), void* opaque) {
     Count("libvlc_set_exit_handler");
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().exitHandler = cb;
-    S().exitData = opaque;
+    Locked([&](Registry& r) { std::tie(r.exitHandler, r.exitData) = std::tie(cb, opaque); });
 }
 
 void libvlc_video_set_callbacks(libvlc_media_player_t*, libvlc_video_lock_cb lock, libvlc_video_unlock_cb unlock,
                                 libvlc_video_display_cb display, void* opaque) {
     Count("libvlc_video_set_callbacks");
-    std::lock_guard<std::mutex> hold(S().lock);
-    State::Video& v = S().video;
-    v.lock = lock;
-    v.unlock = unlock;
-    v.display = display;
-    v.opaque = opaque;
+    Locked([&](Registry& r) {
+        std::tie(r.video.lock, r.video.unlock, r.video.display, r.video.opaque) =
+            std::tie(lock, unlock, display, opaque);
+    });
 }
 
 void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigned width, unsigned height,
                              unsigned pitch) {
     Count("libvlc_video_set_format");
     Record("libvlc_video_set_format.chroma", chroma);
-    RecordInt("libvlc_video_set_format.width", width);
-    RecordInt("libvlc_video_set_format.height", height);
-    RecordInt("libvlc_video_set_format.pitch", pitch);
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().video.width = width;
-    S().video.height = height;
-    S().video.pitch = pitch;
+    Record("libvlc_video_set_format.width", width);
+    Record("libvlc_video_set_format.height", height);
+    Record("libvlc_video_set_format.pitch", pitch);
+    Locked(
+        [&](Registry& r) { std::tie(r.video.width, r.video.height, r.video.pitch) = std::tie(width, height, pitch); });
 }
 
-// Volume and mute remember what was set, as a real output would.
 int libvlc_audio_set_volume(libvlc_media_player_t*, int volume) {
-    Count("libvlc_audio_set_volume");
-    RecordInt("libvlc_audio_set_volume.volume", volume);
+    CountAndRecord("libvlc_audio_set_volume", "volume", volume);
     return 0;
 }
 int libvlc_audio_get_volume(libvlc_media_player_t*) {
-    Count("libvlc_audio_get_volume");
-    return static_cast<int>(fakevlc_int("libvlc_audio_set_volume.volume"));
+    return Recall("libvlc_audio_get_volume", "libvlc_audio_set_volume.volume");
 }
 void libvlc_audio_set_mute(libvlc_media_player_t*, int status) {
-    Count("libvlc_audio_set_mute");
-    RecordInt("libvlc_audio_set_mute.status", status);
+    CountAndRecord("libvlc_audio_set_mute", "status", status);
 }
 int libvlc_audio_get_mute(libvlc_media_player_t*) {
-    Count("libvlc_audio_get_mute");
-    return static_cast<int>(fakevlc_int("libvlc_audio_set_mute.status"));
+    return Recall("libvlc_audio_get_mute", "libvlc_audio_set_mute.status");
 }
-
 void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, libvlc_playback_mode_t mode) {
-    Count("libvlc_media_list_player_set_playback_mode");
-    RecordInt("libvlc_media_list_player_set_playback_mode.mode", mode);
+    CountAndRecord("libvlc_media_list_player_set_playback_mode", "mode", mode);
 }
 
-// ---- control -----------------------------------------------------------------
-
-__attribute__((visibility("default"))) void fakevlc_reset(void) {
-    State& s = S();
-    std::lock_guard<std::mutex> hold(s.lock);
-    s.answers.clear();
-    s.calls.clear();
-    s.texts.clear();
-    s.ints.clear();
-    s.mediaRefs.clear();
-    for (libvlc_media_t* media : s.media) delete[] reinterpret_cast<char*>(media);
-    s.media.clear();
-    s.listeners.clear();
-    s.logCallback = nullptr;
-    s.logStream = nullptr;
-    s.exitHandler = nullptr;
-    s.video = {};
-    s.output = {};
-    s.outputOpen = false;
+// Control functions (fakevlc_control.h).
+EXPORT void fakevlc_reset(void) {
+    Locked([](Registry& r) {
+        for (libvlc_media_t* media : r.media) delete[] reinterpret_cast<char*>(media);
+        r = Registry{};
+    });
 }
 
-__attribute__((visibility("default"))) void fakevlc_set_int(const char* function, int64_t value) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().answers[function].integer = value;
+EXPORT void fakevlc_set_int(const char* f, int64_t value) {
+    Locked([&](Registry& r) { r.answers[f].integer = value; });
+}
+EXPORT void fakevlc_set_double(const char* f, double value) {
+    Locked([&](Registry& r) { r.answers[f].real = value; });
+}
+EXPORT void fakevlc_set_ptr(const char* f, void* value) {
+    Locked([&](Registry& r) { r.answers[f].pointer = value; });
+}
+EXPORT int64_t fakevlc_calls(const char* function) { return Find(S().calls, function, int64_t{0}); }
+EXPORT int64_t fakevlc_int(const char* key) { return Find(S().ints, key, int64_t{-999}); }
+
+EXPORT const char* fakevlc_text(const char* key) {
+    return Locked([&](Registry& r) {
+        auto it = r.texts.find(key);
+        return it == r.texts.end() ? nullptr : it->second.c_str();
+    });
 }
 
-__attribute__((visibility("default"))) void fakevlc_set_double(const char* function, double value) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().answers[function].real = value;
+// Distinct addresses that the plug-in never dereferences.
+EXPORT libvlc_media_t* fakevlc_new_media(void) {
+    return Locked([](Registry& r) {
+        auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
+        r.media.push_back(media);
+        r.mediaRefs[media] = 1;
+        return media;
+    });
 }
 
-__attribute__((visibility("default"))) void fakevlc_set_ptr(const char* function, void* value) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().answers[function].pointer = value;
+EXPORT int64_t fakevlc_media_refs(libvlc_media_t* media) {
+    return Locked([&](Registry& r) { return r.mediaRefs[media]; });
 }
 
-__attribute__((visibility("default"))) int64_t fakevlc_calls(const char* function) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    auto it = S().calls.find(function);
-    return it == S().calls.end() ? 0 : it->second;
+EXPORT libvlc_event_manager_t* fakevlc_event_manager(void) { return kManager; }
+
+EXPORT int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type) {
+    return static_cast<int64_t>(ListenersOf(manager, type).size());
 }
 
-__attribute__((visibility("default"))) const char* fakevlc_text(const char* key) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    auto it = S().texts.find(key);
-    return it == S().texts.end() ? nullptr : it->second.c_str();
-}
-
-__attribute__((visibility("default"))) int64_t fakevlc_int(const char* key) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    auto it = S().ints.find(key);
-    return it == S().ints.end() ? -999 : it->second;
-}
-
-__attribute__((visibility("default"))) libvlc_media_t* fakevlc_new_media(void) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    // Distinct addresses that are never dereferenced by the plug-in.
-    auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
-    S().media.push_back(media);
-    S().mediaRefs[media] = 1;
-    return media;
-}
-
-__attribute__((visibility("default"))) int64_t fakevlc_media_refs(libvlc_media_t* media) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    return S().mediaRefs[media];
-}
-
-__attribute__((visibility("default"))) libvlc_event_manager_t* fakevlc_event_manager(void) { return kManager; }
-
-__attribute__((visibility("default"))) int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    int64_t n = 0;
-    for (const auto& l : S().listeners)
-        if (l.manager == manager && l.type == type) ++n;
-    return n;
-}
-
-__attribute__((visibility("default"))) int fakevlc_listener(libvlc_event_manager_t* manager, int type,
-                                                            libvlc_callback_t* callback, void** data) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    for (const auto& l : S().listeners)
-        if (l.manager == manager && l.type == type) {
-            *callback = l.callback;
-            *data = l.data;
-            return 1;
-        }
-    return 0;
+EXPORT int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data) {
+    std::vector<Listener> found = ListenersOf(manager, type);
+    if (found.empty()) return 0;
+    std::tie(*callback, *data) = std::tie(found[0].callback, found[0].data);
+    return 1;
 }
 
 // Callbacks run with the event lock held, as libvlc's do: a callback that calls
 // back into libvlc (other than what libvlc allows there) would deadlock.
-__attribute__((visibility("default"))) void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
-    std::lock_guard<std::recursive_mutex> events(S().eventLock);
-    std::vector<State::Listener> matching;
-    {
-        std::lock_guard<std::mutex> hold(S().lock);
-        for (const auto& l : S().listeners)
-            if (l.manager == manager && l.type == event->type) matching.push_back(l);
-    }
+EXPORT void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
+    HoldEvents events(S().eventLock);
     ++gInsideEventCallback;
-    for (const auto& l : matching) l.callback(event, l.data);
+    for (const Listener& l : ListenersOf(manager, event->type)) l.callback(event, l.data);
     --gInsideEventCallback;
 }
 
-__attribute__((visibility("default"))) int fakevlc_log_route(void) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    return S().logCallback != nullptr ? 1 : S().logStream != nullptr ? 2 : 0;
+EXPORT int fakevlc_log_route(void) {
+    return Locked([](Registry& r) { return r.logCallback != nullptr ? 1 : r.logStream != nullptr ? 2 : 0; });
 }
 
-__attribute__((visibility("default"))) void fakevlc_fire_from_threads(libvlc_event_manager_t* manager,
-                                                                      const libvlc_event_t* event, int threads,
-                                                                      int64_t count) {
+EXPORT void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
+                                      int64_t count) {
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t)
         workers.emplace_back([=] {
@@ -372,68 +423,35 @@ __attribute__((visibility("default"))) void fakevlc_fire_from_threads(libvlc_eve
     for (auto& w : workers) w.join();
 }
 
-namespace {
-
-void CallLog(libvlc_log_cb cb, void* data, int level, const FakeLogContext* context, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    cb(data, level, reinterpret_cast<const libvlc_log_t*>(context), format, args);
-    va_end(args);
-}
-
-}  // namespace
-
-__attribute__((visibility("default"))) void fakevlc_log(int level, const char* module, const char* file, unsigned line,
-                                                        const char* text, int onNewThread) {
-    libvlc_log_cb cb;
-    void* data;
-    FILE* stream;
-    {
-        std::lock_guard<std::mutex> hold(S().lock);
-        cb = S().logCallback;
-        data = S().logData;
-        stream = S().logStream;
-    }
-    FakeLogContext context{module, file, line};
+EXPORT void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text,
+                        int onNewThread) {
+    auto [cb, data, stream] = Locked([](Registry& r) { return std::tuple(r.logCallback, r.logData, r.logStream); });
+    LogContext context{module, file, line};
     auto emit = [&] {
         if (cb != nullptr) CallLog(cb, data, level, &context, "%s", text);
         if (stream != nullptr) fprintf(stream, "%s\n", text);  // libvlc writes its log file itself
     };
-    if (onNewThread) {
-        std::thread worker(emit);
-        worker.join();
-    } else {
+    if (onNewThread)
+        std::thread(emit).join();
+    else
         emit();
-    }
 }
 
-__attribute__((visibility("default"))) void fakevlc_request_exit(void) {
-    void (*handler)(void*);
-    void* data;
-    {
-        std::lock_guard<std::mutex> hold(S().lock);
-        handler = S().exitHandler;
-        data = S().exitData;
-    }
-    if (handler == nullptr) return;
-    std::thread worker(handler, data);
-    worker.join();
+EXPORT void fakevlc_request_exit(void) {
+    auto [handler, data] = Locked([](Registry& r) { return std::pair(r.exitHandler, r.exitData); });
+    if (handler != nullptr) std::thread(handler, data).join();
 }
 
-__attribute__((visibility("default"))) void fakevlc_vout(int open) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    S().outputOpen = open != 0;
-    S().output = S().video;
+EXPORT void fakevlc_vout(int open) {
+    Locked([&](Registry& r) {
+        r.outputOpen = open != 0;
+        r.output = r.video;
+    });
 }
 
-// Runs the lock callback, holds the frame for `milliseconds`, then unlocks,
-// as a slow decoder would.
-__attribute__((visibility("default"))) void fakevlc_hold_frame(int64_t milliseconds) {
-    State::Video v;
-    {
-        std::lock_guard<std::mutex> hold(S().lock);
-        v = S().outputOpen ? S().output : S().video;
-    }
+// Holds the frame between lock and unlock for `milliseconds`, as a slow decoder would.
+EXPORT void fakevlc_hold_frame(int64_t milliseconds) {
+    Video v = CurrentVideo();
     if (v.lock == nullptr) return;
     void* planes[3] = {nullptr, nullptr, nullptr};
     void* picture = v.lock(v.opaque, planes);
@@ -441,23 +459,17 @@ __attribute__((visibility("default"))) void fakevlc_hold_frame(int64_t milliseco
     if (v.unlock) v.unlock(v.opaque, picture, planes);
 }
 
-__attribute__((visibility("default"))) int fakevlc_render_frame(int64_t frame) {
-    State::Video v;
-    {
-        std::lock_guard<std::mutex> hold(S().lock);
-        v = S().outputOpen ? S().output : S().video;
-    }
+EXPORT int fakevlc_render_frame(int64_t frame) {
+    Video v = CurrentVideo();
     if (v.lock == nullptr) return 0;
     void* planes[3] = {nullptr, nullptr, nullptr};
     void* picture = v.lock(v.opaque, planes);
-    size_t needed = size_t{v.pitch} * v.height;
     int result = 1;
-    if (planes[0] == nullptr || malloc_usable_size(planes[0]) < needed) {
+    if (planes[0] == nullptr || malloc_usable_size(planes[0]) < size_t{v.pitch} * v.height) {
         result = -1;  // libvlc would write past the plane
     } else {
-        auto* bytes = static_cast<uint8_t*>(planes[0]);
         for (unsigned y = 0; y < v.height; ++y) {
-            uint8_t* row = bytes + size_t{y} * v.pitch;
+            uint8_t* row = static_cast<uint8_t*>(planes[0]) + size_t{y} * v.pitch;
             memset(row, 0xEE, v.pitch);
             for (unsigned x = 0; x < v.width && 4 * (x + 1) <= v.pitch; ++x)
                 for (int c = 0; c < 4; ++c) row[4 * x + c] = fakevlc_pattern(x, y, frame, c);

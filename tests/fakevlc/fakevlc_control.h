@@ -11,51 +11,48 @@
 extern "C" {
 // Everything back to defaults: answers 0/NULL, counts 0, nothing recorded.
 void fakevlc_reset(void);
-// The answer of a function by its libvlc name.
+// The answer of a function by its libvlc name, and how often it was called.
 void fakevlc_set_int(const char* function, int64_t value);
 void fakevlc_set_double(const char* function, double value);
 void fakevlc_set_ptr(const char* function, void* value);
 int64_t fakevlc_calls(const char* function);
-// Text arguments recorded by name: "libvlc_new.argv" (joined by '\n'),
+// Arguments recorded by name: "libvlc_new.argv" (joined by '\n'), "libvlc_new.argc",
 // "libvlc_media_new_path.path", "libvlc_video_set_format.chroma", ...
 const char* fakevlc_text(const char* key);
-// Integer arguments recorded by name: "libvlc_new.argc", "libvlc_media_list_player_set_playback_mode.mode", ...
 int64_t fakevlc_int(const char* key);
 // A media object of the fake and its reference count.
 libvlc_media_t* fakevlc_new_media(void);
 int64_t fakevlc_media_refs(libvlc_media_t* media);
 
-// Events: what libvlc_event_attach registered, fired on this thread or on new ones.
+// The event manager of every object (NULL when the getter's answer is -1).
+// As in libvlc, callbacks run under the event lock, stop sends Stopped before
+// it returns, and the fake aborts where libvlc would deadlock (a libvlc call
+// from a callback but media retain/release, event attach/detach) or abort
+// (detaching a listener that is not attached).
+libvlc_event_manager_t* fakevlc_event_manager(void);
+// Listeners libvlc_event_attach registered; the first one's callback, to call it as libvlc's threads do.
 int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
-void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
-// The first callback attached for this type, to call it the way libvlc's threads do.
 int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data);
-// Fires `count` copies of the event from each of `threads` new threads; u.media_player_time_changed.new_time
-// carries thread * 1'000'000'000 + sequence number. Joins them before returning.
+// Fires on this thread; or `count` copies from each of `threads` new threads, joined before returning,
+// u.media_player_time_changed.new_time carrying thread * 1'000'000'000 + sequence number.
+void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
 void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
                                int64_t count);
+
 // Where libvlc's log goes: 0 nowhere, 1 the log callback, 2 a file (libvlc_log_set_file).
 int fakevlc_log_route(void);
-// The event manager the fake answers for any object (the getters answer NULL
-// when their answer is set to -1). Callbacks run with the fake's event lock
-// held; a callback calling any libvlc function but media retain/release and
-// event attach/detach aborts the process, where libvlc would deadlock;
-// libvlc_media_player_stop sends Stopped synchronously; detaching a listener
-// that is not attached aborts.
-libvlc_event_manager_t* fakevlc_event_manager(void);
-
-// Logging: calls the installed log callback with "%s" and the text, or writes
-// the text to the log file libvlc was given.
+// Calls the log callback with "%s" and the text, or writes the text to libvlc's log file.
 void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
-// Exit: calls the installed exit handler on a new thread and joins it.
+// Calls the exit handler on a new thread and joins it.
 void fakevlc_request_exit(void);
-// Video: a video output opens (1) or closes (0). An open output keeps the callbacks
+
+// A video output opens (1) or closes (0). An open output keeps the callbacks
 // and the format it was opened with, as libvlc's memory output does.
 void fakevlc_vout(int open);
-// Runs lock, writes frame number `frame` of the pattern below into the plane
-// (pitch bytes a row, padding 0xEE), then unlock and display, with the open
-// output's format, else the last set. Answers 1; 0 without callbacks; -1,
-// writing nothing, when the plane is smaller than pitch x height.
+// Runs lock, writes frame `frame` of the pattern below (pitch bytes a row,
+// padding 0xEE) in the open output's format, else the last set, then unlock
+// and display. Answers 1; 0 without callbacks; -1, writing nothing, when the
+// plane is smaller than pitch x height.
 int fakevlc_render_frame(int64_t frame);
 // Runs the lock callback, waits `milliseconds`, then the unlock callback.
 void fakevlc_hold_frame(int64_t milliseconds);
@@ -64,14 +61,7 @@ void fakevlc_hold_frame(int64_t milliseconds);
 // Byte c (memory order: 0 blue, 1 green, 2 red, 3 unused) of pixel (x, y) in
 // a rendered frame: every channel differs and depends on x, y and the frame.
 inline uint8_t fakevlc_pattern(int64_t x, int64_t y, int64_t frame, int c) {
-    switch (c) {
-        case 0:
-            return static_cast<uint8_t>(0x10 + 3 * x + frame);
-        case 1:
-            return static_cast<uint8_t>(0x80 + 5 * y + 7 * frame);
-        case 2:
-            return static_cast<uint8_t>(0xE0 ^ (x + 2 * y + 13 * frame));
-        default:
-            return static_cast<uint8_t>(29 * frame + 1);
-    }
+    const int64_t bytes[4] = {0x10 + 3 * x + frame, 0x80 + 5 * y + 7 * frame, 0xE0 ^ (x + 2 * y + 13 * frame),
+                              29 * frame + 1};
+    return static_cast<uint8_t>(bytes[c]);
 }

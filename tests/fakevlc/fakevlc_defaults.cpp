@@ -11,9 +11,7 @@ int libvlc_vlm_get_media_instance_chapter(libvlc_instance_t*, const char*, int);
 int libvlc_vlm_get_media_instance_seekable(libvlc_instance_t*, const char*, int);
 }
 
-using fakevlc::Respond;
-
 #define X(name, ret, params) \
-    extern "C" __attribute__((weak, visibility("default"))) ret name params { return Respond<ret>(#name); }
+    extern "C" __attribute__((weak, visibility("default"))) ret name params { return fakevlc::Respond<ret>(#name); }
 #include "binding/functions.def"
 #undef X
