@@ -232,27 +232,23 @@ TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInBoundedMemory) {
 // Thousands of queued value events replaced between discrete ones: the queue
 // compacts its records while it fills, and each kept event stays in its place.
 TEST_F(FakeEvents, ReplacedValuesAmongManyDiscreteEventsKeepTheOrder) {
-    Value m = Manager("Compacting", {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)},
-                                     {"MediaPlayerPositionChanged", reinterpret_cast<void*>(OnPosition)},
-                                     {"MediaMetaChanged", reinterpret_cast<void*>(OnMeta)}});
+    Value m = Manager("Compacting", {On<"MediaPlayerTimeChanged", RBInteger>(),
+                                     On<"MediaPlayerPositionChanged", double>(), On<"MediaMetaChanged", RBInteger>()});
     constexpr int kRounds = 3000;
     std::vector<libvlc_event_t> events;
-    for (int i = 0; i < kRounds; ++i) {
-        libvlc_event_t meta = Event(libvlc_MediaMetaChanged);
-        meta.u.media_meta_changed.meta_type = static_cast<libvlc_meta_t>(i);
-        events.insert(events.end(), {TimeEvent(i), PositionEvent(static_cast<float>(i) / kRounds), meta});
-    }
+    for (int i = 0; i < kRounds; ++i)
+        events.insert(events.end(), {Event(libvlc_MediaPlayerTimeChanged, int64_t{i}),
+                                     Event(libvlc_MediaPlayerPositionChanged, static_cast<float>(i) / kRounds),
+                                     Event(libvlc_MediaMetaChanged, i)});
     Queue(events);
-    ASSERT_TRUE(host.PumpUntil([&] { return seen->names.size() >= kRounds + 2; }, 10000ms));
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.size() >= kRounds + 2; }, 10000ms));
     host.PumpFor(20ms);
-    std::vector<std::string> names(kRounds - 1, "Meta");
-    names.insert(names.end(), {"Time", "Position", "Meta"});
-    EXPECT_EQ(seen->names, names);
-    std::vector<int64_t> integers;
-    for (int i = 0; i < kRounds - 1; ++i) integers.push_back(i);
-    integers.insert(integers.end(), {kRounds - 1, kRounds - 1});
-    EXPECT_EQ(seen->integers, integers);
-    EXPECT_EQ(seen->reals, std::vector<double>{static_cast<float>(kRounds - 1) / kRounds});
+    Lines expected;
+    for (int i = 0; i < kRounds - 1; ++i) expected.push_back("MediaMetaChanged " + std::to_string(i));
+    expected.push_back("MediaPlayerTimeChanged " + std::to_string(kRounds - 1));
+    expected.push_back("MediaPlayerPositionChanged " + Show(double{static_cast<float>(kRounds - 1) / kRounds}));
+    expected.push_back("MediaMetaChanged " + std::to_string(kRounds - 1));
+    EXPECT_EQ(seen->raised, expected);
 }
 
 TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {

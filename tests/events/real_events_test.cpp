@@ -64,7 +64,7 @@ TEST_F(RealEvents, PlayingTheSampleRaisesPlayerEventsInOrder) {
     ASSERT_NE(host.Get(events, "Handle").AsInt(), 0);
     ASSERT_TRUE(host.Call(player, "Play").AsBool());
     auto ended = [&] { return !seen->raised.empty() && seen->raised.back() == "MediaPlayerEndReached"; };
-    ASSERT_TRUE(host.PumpUntil(ended, 10000ms));
+    ASSERT_TRUE(host.PumpUntil(ended, 30000ms));
     EXPECT_FALSE(seen->offMainThread);
     EXPECT_LT(FirstRaised("MediaPlayerOpening"), FirstRaised("MediaPlayerPlaying"));
     EXPECT_LT(FirstRaised("MediaPlayerPlaying"), FirstRaised("MediaPlayerTimeChanged"));
@@ -95,13 +95,13 @@ TEST_F(RealEvents, HandlersReadingThePlayerDoNotHangStopOrSetMedia) {
     Value mediaEvents =
         Events("StateEvents", first, {{"MediaStateChanged", reinterpret_cast<void*>(OnStateReadingPlayerState)}});
     ASSERT_TRUE(host.Call(player, "Play").AsBool());
-    ASSERT_TRUE(host.PumpUntil([&] { return !NumbersOf("MediaPlayerTimeChanged").empty(); }, 10000ms));
+    ASSERT_TRUE(host.PumpUntil([&] { return !NumbersOf("MediaPlayerTimeChanged").empty(); }, 30000ms));
     host.Call(player, "Stop");
-    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.back().rfind("MediaPlayerStopped", 0) == 0; }, 5000ms));
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.back().rfind("MediaPlayerStopped", 0) == 0; }, 30000ms));
     EXPECT_EQ(seen->raised.back(), "MediaPlayerStopped -1") << "the stopped player has no time";
     size_t states = ArgumentsOf("MediaStateChanged").size();
     host.Set(player, "Media", Media("tone.wav"));
-    EXPECT_TRUE(host.PumpUntil([&] { return ArgumentsOf("MediaStateChanged").size() > states; }, 5000ms));
+    EXPECT_TRUE(host.PumpUntil([&] { return ArgumentsOf("MediaStateChanged").size() > states; }, 30000ms));
     EXPECT_FALSE(seen->offMainThread);
     EXPECT_TRUE(NothingRaised(host));
     events = mediaEvents = player = Value();
@@ -113,7 +113,7 @@ TEST_F(RealEvents, MediaListAndListPlayerEvents) {
     Value mediaEvents =
         Events("MediaEvents", media, {On<"MediaStateChanged", RBInteger>(), On<"MediaParsedChanged", RBInteger>()});
     host.Call(media, "ParseAsync");
-    EXPECT_TRUE(host.PumpUntil([&] { return !ArgumentsOf("MediaParsedChanged").empty(); }, 5000ms));
+    EXPECT_TRUE(host.PumpUntil([&] { return !ArgumentsOf("MediaParsedChanged").empty(); }, 30000ms));
 
     Value list = host.New("VLCMediaListQRV", {vlc});
     Value listEvents = Events("ListEvents", list, {On<"MediaListItemAdded", REALobject, RBInteger>()});
@@ -135,7 +135,7 @@ TEST_F(RealEvents, MediaListAndListPlayerEvents) {
         Lines items = ArgumentsOf("MediaListPlayerNextItemSet");
         return std::find_if(items.begin(), items.end(), [](auto& i) { return i != "<nil>"; }) != items.end();
     };
-    EXPECT_TRUE(host.PumpUntil(itemSet, 5000ms));
+    EXPECT_TRUE(host.PumpUntil(itemSet, 30000ms));
     host.Call(listPlayer, "Stop");
     EXPECT_FALSE(seen->offMainThread);
     EXPECT_TRUE(NothingRaised(host));
@@ -147,7 +147,7 @@ TEST_F(RealEvents, LogLinesReachTheLogEventAndLibvlcWritesTheLogFile) {
     host.Call(logging, "SetLogEvent");
     Value player = host.New("VLCMediaPlayerQRV", {Media("tone.wav", logging)});
     host.Call(player, "Play");
-    EXPECT_TRUE(host.PumpUntil([&] { return ArgumentsOf("Log").size() > 5; }, 5000ms));
+    EXPECT_TRUE(host.PumpUntil([&] { return ArgumentsOf("Log").size() > 5; }, 30000ms));
     host.Call(player, "Stop");
     host.Call(logging, "ClearLog");
     host.PumpFor(50ms);

@@ -301,7 +301,7 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
                   {Value::Int(64), Value::Int(48), Value::Int(reinterpret_cast<int64_t>(context))});
         cairo_destroy(context);
         ASSERT_TRUE(host.Call(player, "Play").AsBool());
-        ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 5000ms));
+        ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 30000ms));
         host.PumpFor(200ms);
 
         host.Call(player, "Stop");

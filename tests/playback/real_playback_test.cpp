@@ -21,7 +21,7 @@ protected:
     Value Media(const std::string& name) {
         return host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(qrvtest::SamplePath(name))});
     }
-    bool Until(const std::function<bool()>& condition) { return host.PumpUntil(condition, 5000ms); }
+    bool Until(const std::function<bool()>& condition) { return host.PumpUntil(condition, 30000ms); }
     // A list player over a player made from the instance, playing the list's first item.
     Value ListPlayer(const Value& player, const std::vector<std::string>& names) {
         Value list = host.New("VLCMediaListQRV", {vlc});
