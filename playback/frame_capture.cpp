@@ -260,6 +260,25 @@ void WriteRowTable(uint32_t* __restrict out, const uint8_t* __restrict in, int64
 
 }  // namespace
 
+void WritePictureRow(PixelLayout layout, uint32_t* out, const uint8_t* in, int64_t width) {
+    switch (layout) {
+        case PixelLayout::AlphaHigh:
+            WriteRowAlphaHigh(out, in, width);
+            break;
+        case PixelLayout::AlphaLow:
+            WriteRowAlphaLow(out, in, width);
+            break;
+        case PixelLayout::NativeARGB:
+            WriteRowNativeARGB(out, in, width);
+            break;
+        case PixelLayout::RowTable:
+            WriteRowTable(out, in, width);
+            break;
+        case PixelLayout::Other:
+            break;
+    }
+}
+
 REALpicture CopyPicture(REALobject self) {
     TRACE("CopyPicture");
     TRACE("PictureEditor");
@@ -275,22 +294,7 @@ REALpicture CopyPicture(REALobject self) {
             auto* row = reinterpret_cast<uint32_t*>(writer.GetRow(y));
             if (row == nullptr) continue;
             const uint8_t* source = buffer + y * w * 4;
-            switch (writer.geometry.layout) {
-                case PixelLayout::AlphaHigh:
-                    WriteRowAlphaHigh(row, source, w);
-                    break;
-                case PixelLayout::AlphaLow:
-                    WriteRowAlphaLow(row, source, w);
-                    break;
-                case PixelLayout::NativeARGB:
-                    WriteRowNativeARGB(row, source, w);
-                    break;
-                case PixelLayout::RowTable:
-                    WriteRowTable(row, source, w);
-                    break;
-                case PixelLayout::Other:
-                    break;
-            }
+            WritePictureRow(writer.geometry.layout, row, source, w);
         }
     }
     REALpicture picture = writer.RenderPictureWriter();

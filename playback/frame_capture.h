@@ -3,6 +3,7 @@
 #pragma once
 
 #include "playback/media_player.h"
+#include "plugin/platform.h"
 
 // Frees the whole frame state: mutex, colour space, data provider, current
 // image, target context, buffer; each field cleared. Only for the destructor,
@@ -18,4 +19,8 @@ void* GetMemory(REALobject self);
 REALmemoryBlock CopyMemory(REALobject self);
 RBBoolean CopyToMemory(REALobject self, void* dest, RBInteger offset, RBInteger rowBytes);
 REALpicture CopyPicture(REALobject self);
+
+// One row of frame pixels (bytes b0 b1 b2 x each) as the words of a picture
+// with the given layout.
+void WritePictureRow(PixelLayout layout, uint32_t* out, const uint8_t* in, int64_t width);
 REALobject CopyCGImage(REALobject self);

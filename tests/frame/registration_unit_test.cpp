@@ -1,6 +1,6 @@
 // Record versions, class order, flag rewrites and data-size rounding, checked
 // on the plug-in's own registration code with a resolver owned by the test;
-// and the list of libvlc functions the plug-in binds.
+// the list of libvlc functions the plug-in binds; and the picture row layouts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "binding/vlc_table.h"
+#include "playback/frame_capture.h"
 #include "plugin/host_entries.h"
 #include "plugin/registration.h"
 #include "tests/support/test_support.h"
@@ -179,3 +180,23 @@ TEST(FunctionTable, ListsEachOf254FunctionsOnceInLookupOrder) {
 }
 
 }  // namespace
+
+// Each picture layout's words for frame pixels b0 b1 b2 x: the Mac layouts take
+// b0 as red, cairo and gd keep the frame's own B G R order.
+TEST(PictureRows, EachLayoutPlacesTheChannels) {
+    const uint8_t frame[] = {0x11, 0x22, 0x33, 0x44, 0xA1, 0xB2, 0xC3, 0xD4};
+    struct {
+        PixelLayout layout;
+        uint32_t first, second;
+    } rows[] = {{PixelLayout::AlphaHigh, 0xFF112233u, 0xFFA1B2C3u},
+                {PixelLayout::AlphaLow, 0x112233FFu, 0xA1B2C3FFu},
+                {PixelLayout::NativeARGB, 0xFF332211u, 0xFFC3B2A1u},
+                {PixelLayout::RowTable, 0x00332211u, 0x00C3B2A1u}};
+    for (const auto& row : rows) {
+        uint32_t out[3] = {0, 0, 0xDEADBEEFu};
+        WritePictureRow(row.layout, out, frame, 2);
+        EXPECT_EQ(out[0], row.first) << static_cast<int>(row.layout);
+        EXPECT_EQ(out[1], row.second) << static_cast<int>(row.layout);
+        EXPECT_EQ(out[2], 0xDEADBEEFu) << "nothing written past the row";
+    }
+}

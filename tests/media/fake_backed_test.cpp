@@ -46,6 +46,29 @@ TEST_F(WithFake, InstanceArgumentsReachLibvlcInOrder) {
     }
 }
 
+// Every wrapper gives back, once, the libvlc object it made when the host drops it.
+TEST_F(WithFake, EachWrapperReleasesWhatItMadeOnce) {
+    struct {
+        const char* cls;
+        const char* made;
+        const char* released;
+    } rows[] = {{"VLCInstanceQRV", "libvlc_new", "libvlc_release"},
+                {"VLCMediaPlayerQRV", "libvlc_media_player_new", "libvlc_media_player_release"},
+                {"VLCMediaListQRV", "libvlc_media_list_new", "libvlc_media_list_release"},
+                {"VLCMediaListPlayerQRV", "libvlc_media_list_player_new", "libvlc_media_list_player_release"},
+                {"VLCEqualizerQRV", "libvlc_audio_equalizer_new", "libvlc_audio_equalizer_release"}};
+    for (const auto& row : rows) {
+        int64_t made = fake.calls(row.made), released = fake.calls(row.released);
+        {
+            Value argument = std::string(row.cls) == "VLCInstanceQRV" ? host.StringArray({}) : vlc;
+            Value object = host.New(row.cls, {argument});
+            EXPECT_EQ(fake.calls(row.made), made + 1) << row.cls;
+            EXPECT_EQ(fake.calls(row.released), released) << row.cls << " released while held";
+        }
+        EXPECT_EQ(fake.calls(row.released), released + 1) << row.cls;
+    }
+}
+
 TEST_F(WithFake, InstanceMethodsConvertLibvlcAnswers) {
     fake.setInt("libvlc_add_intf", -1);
     EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
