@@ -88,9 +88,10 @@ TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
     auto valid = [](const char* text) {
         return IsStrictUTF8(reinterpret_cast<const unsigned char*>(text), strlen(text));
     };
-    // Every length, around overlongs and surrogates, up to U+10FFFF.
-    for (const char* text : {"abc\xC3\xA9", "\t\r\nplain text ~", "\xE0\xA0\x80", "\xE2\x82\xAC", "\xED\x9F\xBF",
-                             "\xEE\x80\x80\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF3\xBF\xBF\xBF\xF4\x8F\xBF\xBF"})
+    // Every length, each edge of each lead-byte range, around overlongs and surrogates, up to U+10FFFF.
+    for (const char* text : {"abc\xC3\xA9", "\t\r\nplain text ~", "\xC2\x80\xDF\xBF", "\xE0\xA0\x80", "\xE1\x80\x80",
+                             "\xEC\xBF\xBF", "\xED\x9F\xBF", "\xEE\x80\x80\xEF\xBF\xBF", "\xF0\x90\x80\x80",
+                             "\xF1\x80\x80\x80", "\xF3\xBF\xBF\xBF\xF4\x8F\xBF\xBF"})
         EXPECT_TRUE(valid(text)) << text;
     // A control byte fails the whole text; overlongs of each length, a surrogate, past U+10FFFF, truncated
     // sequences, Latin-1 "é", a bad continuation.
