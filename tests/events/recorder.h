@@ -45,7 +45,7 @@ struct Name {
 template <Name event, typename... Args>
 void Record(REALobject, Args... args) {
     std::string line = event.text;
-    ((line += " " + Show(args)), ...);
+    ((line.append(" ").append(Show(args))), ...);
     seen->raised.push_back(line);
     if (syscall(SYS_gettid) != getpid()) seen->offMainThread = true;
 }

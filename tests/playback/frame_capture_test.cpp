@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -44,9 +45,11 @@ std::string FirstWrong(int width, int height, const Image& got, const Image& wan
         for (int x = 0; x < width; ++x) {
             uint32_t a = got(x, y), b = want(x, y);
             for (int shift = 0; shift < 32; shift += 8)
-                if (std::abs(int(a >> shift & 0xFF) - int(b >> shift & 0xFF)) > tolerance)
-                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ") has " + std::to_string(a) +
-                           ", not " + std::to_string(b);
+                if (std::abs(int(a >> shift & 0xFF) - int(b >> shift & 0xFF)) > tolerance) {
+                    std::ostringstream where;
+                    where << "(" << x << ", " << y << ") has " << a << ", not " << b;
+                    return where.str();
+                }
         }
     return "";
 }
