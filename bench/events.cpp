@@ -247,11 +247,16 @@ int main() {
     Summary ratio = Summarise(idle.ratio), busyRatio = Summarise(busy.ratio);
     printf("throughput ratio plug-in / batched, per round: idle %.2f [%.2f .. %.2f], busy %.2f [%.2f .. %.2f]\n",
            ratio.median, ratio.low, ratio.high, busyRatio.median, busyRatio.low, busyRatio.high);
-    double rate = Summarise(idle.pluginRate).median / 1e6;
+    // The throughput targets hold in both conditions; the latency targets name their own.
+    double rate = Summarise(idle.pluginRate).median / 1e6, busyRate = Summarise(busy.pluginRate).median / 1e6;
     double idleP99 = Summarise(idle.pluginP99).median, busyP99 = Summarise(busy.pluginP99).median;
-    bool all = Verdict(ratio.median >= 0.8, "throughput ratio to the batched queue", ratio.median, "x", ">= 0.80");
-    all &= Verdict(rate >= 5, "throughput", rate, "M events/s", ">= 5");
-    all &= Verdict(idleP99 < 500, "p99 latency, idle loop", idleP99, "us", "< 500");
-    all &= Verdict(busyP99 < 2000, "p99 latency, two busy threads", busyP99, "us", "< 2000");
+    bool all = Verdict(ratio.median >= 0.8, "events throughput ratio to the batched queue, idle loop", ratio.median,
+                       "x", ">= 0.80");
+    all &= Verdict(busyRatio.median >= 0.8, "events throughput ratio to the batched queue, two busy threads",
+                   busyRatio.median, "x", ">= 0.80");
+    all &= Verdict(rate >= 5, "events throughput, idle loop", rate, "M events/s", ">= 5");
+    all &= Verdict(busyRate >= 5, "events throughput, two busy threads", busyRate, "M events/s", ">= 5");
+    all &= Verdict(idleP99 < 500, "events p99 latency, idle loop", idleP99, "us", "< 500");
+    all &= Verdict(busyP99 < 2000, "events p99 latency, two busy threads", busyP99, "us", "< 2000");
     return all ? 0 : 2;
 }
