@@ -72,8 +72,10 @@ void PictureClearCache(REALobject picture) {
     ++Host::Current()->clearCacheCalls;
 }
 
-REALobject NewPictureEntry(RBInteger width, RBInteger height, RBInteger) {
+// The host makes pictures of the depths its picture type has; others fail.
+REALobject NewPictureEntry(RBInteger width, RBInteger height, RBInteger depth) {
     if (width > 100000 || height > 100000) return nullptr;
+    if (depth != 32 && depth != 24) return nullptr;
     return NewPictureObject(static_cast<int>(width), static_cast<int>(height));
 }
 
