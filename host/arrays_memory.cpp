@@ -163,12 +163,7 @@ void MemoryBlockConstructor(REALobject block, RBInteger size) {
 }
 
 ObjectInfo* CheckedBlock(REALobject block, const char* entry) {
-    ObjectInfo* info = CheckedObject(block, entry);
-    if (info != nullptr && info->kind != ObjectKind::MemoryBlock) {
-        Fault(std::string(entry) + " was handed a " + ClassNameOf(info) + " object, not a MemoryBlock");
-        return nullptr;
-    }
-    return info;
+    return CheckedObjectOfKind(block, entry, ObjectKind::MemoryBlock, "MemoryBlock");
 }
 
 }  // namespace

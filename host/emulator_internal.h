@@ -99,6 +99,8 @@ Audit UnreachableFrom(const Host::Impl& state, const std::vector<std::pair<const
 // answer null quietly; destroyed objects, unknown pointers and damaged
 // headers are faults.
 ObjectInfo* CheckedObject(const void* object, const char* entry);
+// The same, and an object of another kind than `kind` (named `kindName`) is a fault.
+ObjectInfo* CheckedObjectOfKind(const void* object, const char* entry, ObjectKind kind, const char* kindName);
 std::string ClassNameOf(const ObjectInfo* info);
 // Where a class's data block starts, and the class that owns a property record.
 const ClassInfo* OwnerOfProperty(const ClassInfo* cls, const REALproperty* property);

@@ -151,6 +151,15 @@ ObjectInfo* CheckedObject(const void* object, const char* entry) {
     return nullptr;
 }
 
+ObjectInfo* CheckedObjectOfKind(const void* object, const char* entry, ObjectKind kind, const char* kindName) {
+    ObjectInfo* info = CheckedObject(object, entry);
+    if (info != nullptr && info->kind != kind) {
+        Fault(std::string(entry) + " was handed a " + ClassNameOf(info) + " object, not a " + kindName);
+        return nullptr;
+    }
+    return info;
+}
+
 const ClassInfo* OwnerOfProperty(const ClassInfo* cls, const REALproperty* property) {
     for (const ClassInfo* c = cls; c != nullptr; c = c->super) {
         if (c->record == nullptr) continue;

@@ -9,12 +9,7 @@ namespace emu {
 namespace {
 
 ObjectInfo* CheckedPicture(REALobject picture, const char* entry) {
-    ObjectInfo* info = CheckedObject(picture, entry);
-    if (info != nullptr && info->kind != ObjectKind::Picture) {
-        Fault(std::string(entry) + " was handed a " + ClassNameOf(info) + " object, not a Picture");
-        return nullptr;
-    }
-    return info;
+    return CheckedObjectOfKind(picture, entry, ObjectKind::Picture, "Picture");
 }
 
 }  // namespace
