@@ -301,12 +301,16 @@ TEST_F(FakeEvents, LogLinesAreCutDetectedAndAlwaysPosted) {
     std::string longText = "\xC3\xA9" + std::string(496, 'x') + "\xC3\xA9" + std::string(100, 'x');
     fake.log(3, "demux", "file.c", 42, longText.c_str(), 1);
     fake.log(4, "caf\xC3\xA9", nullptr, 0, "r\xE9sum\xE9", 0);
+    // A four-byte character that ends right at the cut stays whole.
+    std::string note = std::string(495, 'y') + "\xF0\x9F\x8E\xB5";
+    fake.log(3, "demux", "file.c", 43, (note + std::string(20, 'y')).c_str(), 1);
     EXPECT_TRUE(seen->raised.empty()) << "never raised inside the callback";
-    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.size() == 2; }, 2000ms));
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.size() == 3; }, 2000ms));
     // Cut before the split character, so read as UTF-8; the second is not UTF-8, so read as
     // Mac Roman, where 0xE9 is U+00C8.
     EXPECT_EQ(seen->raised, (Lines{"Log \xC3\xA9" + std::string(496, 'x') + " 3 fake object <nil> demux file.c 42",
-                                   "Log r\xC3\x88sum\xC3\x88 4 fake object <nil> caf\xC3\xA9 <nil> 0"}));
+                                   "Log r\xC3\x88sum\xC3\x88 4 fake object <nil> caf\xC3\xA9 <nil> 0",
+                                   "Log " + note + " 3 fake object <nil> demux file.c 43"}));
     host.Call(logging, "ClearLog");
     EXPECT_EQ(fake.calls("libvlc_log_unset"), 1);
 }

@@ -220,6 +220,24 @@ TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
     }
 }
 
+// The host picture's fields are traced on the way in, each in turn.
+TEST_F(Capture, PictureAccessIsTraced) {
+    SetCallback(24, 10);
+    fake.renderFrame(1);
+    host->SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
+    qrvtest::StderrCapture capture;
+    host->Call(player, "CopyPicture");
+    std::string trace = capture.Finish();
+    host->SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
+    size_t at = 0;
+    for (const char* line : {"GetPictureEditorGDImagePtr\n", "REALLockPictureDescription with pictureGDImagePtr ok.\n",
+                             "gdImagePtr handle 0x", "pixels ", "sx 24\n", "sy 10\n", "colorsTotal 0\n",
+                             "trueColor 1\n", "tpixels 0x", "alphaBlendingFlag ", "base 0x"}) {
+        at = trace.find(std::string("\nQRV Debug: ") + line, at);
+        ASSERT_NE(at, std::string::npos) << line << " after the lines before it in\n" << trace;
+    }
+}
+
 // Booleans and signed chars are read from libvlc's low byte; host integers are
 // narrowed to libvlc's int and Booleans go as 0 or 1.
 TEST_F(Capture, LowByteAnswersAndNarrowedArguments) {
