@@ -160,21 +160,23 @@ inline std::string Lower(std::string s) {
     return s;
 }
 
-inline void Call(emu::Host& host, const Member& member, const emu::Value* self, const Arguments& argument) {
+// Calls the member; answers what it returned (nil for setters and assigning forms).
+inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* self, const Arguments& argument) {
     if (member.shared) self = nullptr;
-    if (member.property != nullptr && member.assigns)
-        return host.CallSetter(*member.property, self, argument(Lower(member.property->type), member.property->name));
-    if (member.property != nullptr) {
-        host.CallGetter(*member.property, self);
-        return;
+    if (member.property != nullptr && member.assigns) {
+        host.CallSetter(*member.property, self, argument(Lower(member.property->type), member.property->name));
+        return {};
     }
+    if (member.property != nullptr) return host.CallGetter(*member.property, self);
     std::vector<emu::Value> args;
     for (const emu::Parameter& p : member.declaration.parameters) {
         emu::Value v = argument(p.type, p.name);
         args.push_back(p.byref ? emu::Value::Ref(v) : v);
     }
     emu::Value assigned = member.assigns ? argument(member.declaration.result, "") : emu::Value();
-    host.CallMethod(*member.method, self, std::move(args), member.assigns, member.assigns ? &assigned : nullptr);
+    emu::Value answer =
+        host.CallMethod(*member.method, self, std::move(args), member.assigns, member.assigns ? &assigned : nullptr);
+    return member.assigns ? emu::Value() : answer;
 }
 
 }  // namespace sweep
