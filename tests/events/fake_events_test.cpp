@@ -168,7 +168,11 @@ TEST_F(FakeEvents, PayloadsArriveConvertedOnTheMainThreadAndWhatTheyHoldIsGivenB
         events.back().u.vlm_media_event.psz_instance_name = type == libvlc_VlmMediaAdded ? nullptr : "instance";
         expected.push_back("Vlm " + names.back() + (type == libvlc_VlmMediaAdded ? " <nil>" : " instance"));
     }
-    Deliver(events, expected.size());
+    Queue(events);
+    // libvlc's strings live only during the callback.
+    std::fill(file.begin(), file.end(), '#');
+    for (std::string& name : names) std::fill(name.begin(), name.end(), '#');
+    EXPECT_TRUE(host.PumpUntil([&] { return seen->raised.size() >= expected.size(); }, 2000ms));
     EXPECT_EQ(seen->raised, expected);
     EXPECT_FALSE(seen->offMainThread);
     EXPECT_EQ(host.LiveStrings(), strings) << "every host string built for a handler was given back";
