@@ -42,8 +42,10 @@ libvlc_instance_t* KeepInstanceArgument(REALobject vlc, REALobject& held) {
     }
     int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
     if (instance == 0) RaiseNilObjectException("vlc parameter is nil");
-    held = vlc;
+    // A program may run a constructor again: the instance it kept goes back.
     REALLockObject(vlc);
+    ReleaseField(held);
+    held = vlc;
     return reinterpret_cast<libvlc_instance_t*>(instance);
 }
 

@@ -325,6 +325,11 @@ void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigne
         [&](Registry& r) { std::tie(r.video.width, r.video.height, r.video.pitch) = std::tie(width, height, pitch); });
 }
 
+void libvlc_video_set_deinterlace(libvlc_media_player_t*, const char* mode) {
+    Count("libvlc_video_set_deinterlace");
+    Record("libvlc_video_set_deinterlace.mode", mode);
+}
+
 int libvlc_audio_set_volume(libvlc_media_player_t*, int volume) {
     CountAndRecord("libvlc_audio_set_volume", "volume", volume);
     return 0;

@@ -256,6 +256,10 @@ TEST_F(Capture, LowByteAnswersAndNarrowedArguments) {
     EXPECT_EQ(host->Get(player, "Volume").AsInt(), 40);
     host->Call(player, "SetEqualizer");
     EXPECT_EQ(fake.calls("libvlc_media_player_set_equalizer"), 1);
+    host->Call(player, "VideoSetDeinterlace", {host->String("blend")});
+    EXPECT_EQ(fake.Text("libvlc_video_set_deinterlace.mode"), "blend");
+    host->Call(player, "VideoSetDeinterlace", {Value()});
+    EXPECT_EQ(fake.Text("libvlc_video_set_deinterlace.mode"), "(null)") << "nil switches deinterlacing off";
     EXPECT_TRUE(NothingRaised(*host));
 }
 
