@@ -27,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kRounds = 7;
+constexpr int kRounds = 11;
 constexpr uint32_t kThroughputEvents = 1000000;
 constexpr uint32_t kLatencySamples = 2000;
 

@@ -79,8 +79,9 @@ constexpr GiveBackFunction GiveBackFor(int type) { return HoldsSomething(type) ?
 void CallEvent(const libvlc_event_t* event, void* userData, const DeliveryRoute& route) {
     TRACEF("%p, %p, %s", "CallEvent", static_cast<const void*>(event), userData, route.traceName);
     if (userData == nullptr) return;
+    if (route.giveBack == nullptr) return PostDelivery(static_cast<DeliveryTarget*>(userData), route, *event);
     libvlc_event_t copy = *event;
-    if (route.giveBack != nullptr) TakeOn(copy);
+    TakeOn(copy);
     PostDelivery(static_cast<DeliveryTarget*>(userData), route, copy);
 }
 

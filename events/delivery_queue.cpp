@@ -1,12 +1,13 @@
 // The delivery queue: a chain of fixed-size blocks of records under one mutex.
 // Producers append in place and post one drain task to the main thread when the
-// queue turns non-empty; the drain takes the whole chain in O(1), raises it
-// outside the lock, and posts itself again if more came. Blocks are recycled
-// through a spare list (growing never copies records); the spares beyond
-// kSpareBlocksKept go back to the allocator once the queue has stayed empty for
-// a few milliseconds. A replaced value event stays in place with no target (a
-// tombstone); when tombstones outnumber live records the filling chain is
-// compacted, so a blocked main loop holds at most about twice the live records.
+// queue turns non-empty; each drain takes the whole chain in O(1), raises it
+// outside the lock, and posts itself again until a drain finds nothing queued.
+// Blocks are recycled through a spare list (growing never copies records); the
+// spares beyond kSpareBlocksKept go back to the allocator once the queue has
+// stayed empty for a few milliseconds. A replaced value event stays in place
+// with no target (a tombstone); when tombstones outnumber live records the
+// filling chain is compacted, so a blocked main loop holds at most about twice
+// the live records.
 #include "events/delivery_queue.h"
 
 #include <chrono>
@@ -32,8 +33,8 @@ void Keep(Delivery& d, const libvlc_event_t& event) { memcpy(d.payload, &event.u
 
 libvlc_event_t EventOf(const Delivery& d) {
     libvlc_event_t event;
-    memset(&event, 0, sizeof event);
     event.type = d.route->eventType;
+    event.p_obj = nullptr;
     memcpy(&event.u, d.payload, sizeof d.payload);
     return event;
 }
@@ -94,17 +95,22 @@ struct DeliveryQueue {
     bool drainPosted = false;
     // Main thread only; on their own cache line, away from the producers.
     alignas(64) std::vector<Retired> retired;
+    // The chain the last drain raised, spared when the next drain takes the lock anyway.
+    Block* raisedFirst = nullptr;
+    Block* raisedLast = nullptr;
+    size_t raisedBlocks = 0;
     int drainsRunning = 0;
     uint64_t drainRound = 0;  // numbers the drains, for the per-target handler cache
     std::chrono::steady_clock::time_point lastDrain;
     bool trimScheduled = false;
 };
 
-DeliveryQueue& Queue() {
-    // Never destroyed: libvlc's threads may post until the process ends.
-    static DeliveryQueue* queue = new DeliveryQueue;
-    return *queue;
-}
+// Made when the plug-in loads, before libvlc can call it, and never destroyed:
+// libvlc's threads may post until the process ends. Posting reads it without
+// the guard a function-local static would check on every event.
+DeliveryQueue* const gQueue = new DeliveryQueue;
+
+DeliveryQueue& Queue() { return *gQueue; }
 
 // Under the lock: a block for the tail, from the spares or the allocator.
 Block* TakeBlock(DeliveryQueue& q) {
@@ -227,20 +233,33 @@ void Drain(void*);
 
 void PostDrain() { PlatformPostToMainThread(Drain, nullptr); }
 
-// Runs on the main thread: raises the batch queued so far.
+// Runs on the main thread: raises the batch queued so far. Each drain takes the
+// queue's lock once: it spares the chain the drain before raised, takes the
+// batch, and when that is empty clears drainPosted and ends the sequence.
+// Otherwise it raises the batch and posts itself again, so later deliveries
+// wait for the next loop iteration and the host's other sources run between
+// batches.
 void Drain(void*) {
     DeliveryQueue& q = Queue();
     Block* first;
     Block* last;
     uint64_t drained;
+    bool surplus = false;
     {
         std::lock_guard<std::mutex> hold(q.lock);
+        if (q.raisedFirst != nullptr) SpareChain(q, q.raisedFirst, q.raisedLast, q.raisedBlocks);
         first = q.head;
         last = q.tail;
         q.head = q.tail = nullptr;
         q.records = q.replaced = 0;
         drained = q.batch++;  // replacing can no longer reach into this batch
+        if (first == nullptr) {
+            q.drainPosted = false;
+            surplus = q.spareCount > kSpareBlocksKept;
+        }
     }
+    q.raisedFirst = q.raisedLast = nullptr;
+    q.raisedBlocks = 0;
     ++q.drainsRunning;
     ++q.drainRound;
     size_t blocks = 0;
@@ -259,23 +278,19 @@ void Drain(void*) {
         }
     }
     --q.drainsRunning;
-    bool more, surplus;
-    {
-        std::lock_guard<std::mutex> hold(q.lock);
-        if (first != nullptr) SpareChain(q, first, last, blocks);
-        more = q.head != nullptr;
-        if (!more) q.drainPosted = false;
-        surplus = q.spareCount > kSpareBlocksKept;
-    }
     q.lastDrain = std::chrono::steady_clock::now();
-    if (!more && surplus && !q.trimScheduled) {
-        q.trimScheduled = true;
-        PlatformRunOnMainThreadAfter(kQuietMilliseconds, TrimSpares, nullptr);
+    DeleteRetired(q, drained);
+    if (first == nullptr) {
+        if (surplus && !q.trimScheduled) {
+            q.trimScheduled = true;
+            PlatformRunOnMainThreadAfter(kQuietMilliseconds, TrimSpares, nullptr);
+        }
+        return;
     }
-    DeleteRetired(q, more ? drained : UINT64_MAX);
-    // Later deliveries wait for the next loop iteration, so the host's other
-    // sources run between batches.
-    if (more) PostDrain();
+    q.raisedFirst = first;
+    q.raisedLast = last;
+    q.raisedBlocks = blocks;
+    PostDrain();
 }
 
 // Kept targets libvlc may still call with; reachable for the rest of the process.
