@@ -155,6 +155,12 @@ TEST_F(Capture, CopyToMemoryChecksRowBytesOffsetAndDestination) {
     EXPECT_EQ(FirstWrong(640, 3, Rows(dest.data() + 16, 4096), Pattern(3)), "");
     for (size_t i : {size_t{0}, size_t{15}, size_t{16 + 2560}, size_t{16 + 4095}, size_t{16 + 4096 + 2560}})
         EXPECT_EQ(dest[i], 0) << "byte " << i << " lies outside the rows";
+    // Rows back to back.
+    std::fill(dest.begin(), dest.end(), 0);
+    fake.renderFrame(4);
+    EXPECT_TRUE(copy(dest.data(), 16, 2560));
+    EXPECT_EQ(FirstWrong(640, 3, Rows(dest.data() + 16, 2560), Pattern(4)), "");
+    EXPECT_EQ(dest[16 + 3 * 2560], 0) << "nothing past the last row";
 }
 
 TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
