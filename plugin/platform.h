@@ -9,9 +9,6 @@
 // Writes one trace line, adding the line break, in a single write.
 void PlatformWriteTraceLine(const char* line);
 
-// True on the process's main thread (the host's event loop thread).
-bool PlatformIsMainThread();
-
 // Queues task(data) to run later on the main thread, in posting order, never
 // inline on the posting thread.
 using MainThreadTask = void (*)(void* data);

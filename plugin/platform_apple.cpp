@@ -2,7 +2,6 @@
 // decomposed paths through Core Foundation. Mirrors platform_linux.cpp.
 #include <CoreFoundation/CoreFoundation.h>
 #include <dispatch/dispatch.h>
-#include <pthread.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -13,8 +12,6 @@
 extern "C" void NSLog(CFStringRef format, ...);
 
 void PlatformWriteTraceLine(const char* line) { NSLog(CFSTR("%s\n"), line); }
-
-bool PlatformIsMainThread() { return pthread_main_np() != 0; }
 
 void PlatformPostToMainThread(MainThreadTask task, void* data) {
     dispatch_async_f(dispatch_get_main_queue(), data, task);

@@ -3,7 +3,6 @@
 #include <cairo.h>
 #include <glib.h>
 #include <pthread.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -24,13 +23,6 @@ void PlatformWriteTraceLine(const char* line) {
     ssize_t written = write(STDERR_FILENO, buffer, length + 1);
     (void)written;
     free(buffer);
-}
-
-// The answer never changes for a thread: ask the kernel once per thread.
-bool PlatformIsMainThread() {
-    static thread_local int isMain = -1;
-    if (isMain < 0) isMain = syscall(SYS_gettid) == getpid() ? 1 : 0;
-    return isMain == 1;
 }
 
 namespace {
