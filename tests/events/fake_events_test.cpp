@@ -158,6 +158,9 @@ TEST_F(FakeEvents, PayloadsArriveConvertedOnTheMainThreadAndWhatTheyHoldIsGivenB
     std::vector<libvlc_event_t> events = {Event(libvlc_MediaPlayerSnapshotTaken),
                                           Event(libvlc_MediaPlayerSnapshotTaken, file.c_str()),
                                           Event(libvlc_MediaListItemAdded, media)};
+    // The union's bytes past the file name are not the snapshot's: nothing may read them.
+    for (libvlc_event_t& e : {std::ref(events[0]), std::ref(events[1])})
+        memset(reinterpret_cast<char*>(&e.u) + sizeof(char*), 0x5A, sizeof e.u - sizeof(char*));
     events[2].u.media_list_item_added.index = 3;
     expected.push_back("MediaPlayerSnapshotTaken " + file);
     expected.push_back("MediaListItemAdded " + std::to_string(reinterpret_cast<int64_t>(media)) + " 3");
@@ -308,13 +311,18 @@ TEST_F(FakeEvents, LogLinesAreCutDetectedAndAlwaysPosted) {
     // A four-byte character that ends right at the cut stays whole.
     std::string note = std::string(495, 'y') + "\xF0\x9F\x8E\xB5";
     fake.log(3, "demux", "file.c", 43, (note + std::string(20, 'y')).c_str(), 1);
+    // Three- and four-byte characters whose first lead byte value (E0, F0) the cut splits.
+    fake.log(3, "demux", "file.c", 44, (std::string(497, 'z') + "\xE0\xA4\xB9 tail").c_str(), 1);
+    fake.log(3, "demux", "file.c", 45, (std::string(496, 'z') + "\xF0\x90\x80\x80 tail").c_str(), 1);
     EXPECT_TRUE(seen->raised.empty()) << "never raised inside the callback";
-    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.size() == 3; }, 2000ms));
+    ASSERT_TRUE(host.PumpUntil([&] { return seen->raised.size() == 5; }, 2000ms));
     // Cut before the split character, so read as UTF-8; the second is not UTF-8, so read as
     // Mac Roman, where 0xE9 is U+00C8.
     EXPECT_EQ(seen->raised, (Lines{"Log \xC3\xA9" + std::string(496, 'x') + " 3 fake object <nil> demux file.c 42",
                                    "Log r\xC3\x88sum\xC3\x88 4 fake object <nil> caf\xC3\xA9 <nil> 0",
-                                   "Log " + note + " 3 fake object <nil> demux file.c 43"}));
+                                   "Log " + note + " 3 fake object <nil> demux file.c 43",
+                                   "Log " + std::string(497, 'z') + " 3 fake object <nil> demux file.c 44",
+                                   "Log " + std::string(496, 'z') + " 3 fake object <nil> demux file.c 45"}));
     host.Call(logging, "ClearLog");
     EXPECT_EQ(fake.calls("libvlc_log_unset"), 1);
 }

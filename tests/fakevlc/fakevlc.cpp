@@ -144,6 +144,20 @@ std::vector<Listener> ListenersOf(libvlc_event_manager_t* manager, int type) {
     });
 }
 
+// libvlc would crash on an object that is not one of its media.
+void ChangeMediaRefs(const char* name, libvlc_media_t* media, int by) {
+    Count(name);
+    bool known = Locked([&](Registry& r) {
+        auto it = r.mediaRefs.find(media);
+        if (it == r.mediaRefs.end()) return false;
+        it->second += by;
+        return true;
+    });
+    if (known) return;
+    fprintf(stderr, "fake libvlc: %s of %p, which is no media of the fake\n", name, static_cast<void*>(media));
+    abort();
+}
+
 }  // namespace
 
 // libvlc calls back holding locks its own functions take: from inside a
@@ -209,15 +223,9 @@ int libvlc_media_get_stats(libvlc_media_t*, libvlc_media_stats_t* stats) {
     return a.integer != 0 ? static_cast<int>(a.integer) : 1;  // a test may answer any int
 }
 
-void libvlc_media_retain(libvlc_media_t* media) {
-    Count("libvlc_media_retain");
-    Locked([&](Registry& r) { ++r.mediaRefs[media]; });
-}
+void libvlc_media_retain(libvlc_media_t* media) { ChangeMediaRefs("libvlc_media_retain", media, 1); }
 
-void libvlc_media_release(libvlc_media_t* media) {
-    Count("libvlc_media_release");
-    Locked([&](Registry& r) { --r.mediaRefs[media]; });
-}
+void libvlc_media_release(libvlc_media_t* media) { ChangeMediaRefs("libvlc_media_release", media, -1); }
 
 // Objects the plug-in only passes back to the fake: distinct, never dereferenced.
 #define FAKE_OBJECT(Type, name, params)          \

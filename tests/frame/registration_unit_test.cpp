@@ -140,18 +140,23 @@ TEST(Registration, FlagRewritesAndDataSizesDependOnHostVersion) {
     }
 
     rbversion = 2010.029;
-    REALproperty properties[1] = {};
+    REALproperty properties[2] = {};
     properties[0].name = "P";
     properties[0].flags = kFlagPictureMarker | 2;
+    properties[1].name = "S";
+    properties[1].flags = kFlagPictureMarker;
     const std::pair<size_t, size_t> sizes[] = {{24, 32}, {120, 128}, {168, 176}, {16, 16}, {80, 80}, {0, 0}, {1, 16}};
     for (auto [given, expected] : sizes) {
         REALclassDefinition record = MakeRecord(4, given, nullptr, 0);
         record.properties = properties;
         record.propertyCount = 1;
+        record.sharedProperties = properties + 1;
+        record.sharedPropertyCount = 1;
         MyREALRegisterClass(&record);
         EXPECT_EQ(record.dataSize, expected) << given;
     }
     EXPECT_EQ(properties[0].flags, 6u);
+    EXPECT_EQ(properties[1].flags, 4u) << "shared properties too";
     // Absent lists and counts below 1 are left alone.
     FixFlags(static_cast<REALproperty*>(nullptr), 3, "x");
     properties[0].flags = kFlagPictureMarker;

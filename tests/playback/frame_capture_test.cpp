@@ -183,6 +183,10 @@ TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
     SetCallback(8, 2);
     EXPECT_EQ(FirstWrong(8, 2, Rows(Memory(), 32), [](int, int) { return 0u; }), "") << "zero-filled";
 
+    SetCallback(INT32_MAX / 4, INT32_MAX);  // within every limit, but no allocator gives 4.6 EB
+    EXPECT_TRUE(Raised(*host, "OutOfMemoryException",
+                       "Failed to allocate 4611686007689969668 bytes of memory for picture buffer."));
+    EXPECT_EQ(FirstWrong(8, 2, Rows(Memory(), 32), [](int, int) { return 0u; }), "") << "the frame state stays";
     SetCallback(40000, 1);
     EXPECT_TRUE(NothingRaised(*host));
     EXPECT_TRUE(host->Call(player, "CopyPicture").IsNil());
@@ -262,6 +266,18 @@ TEST_F(Capture, LowByteAnswersAndNarrowedArguments) {
     EXPECT_EQ(host->Get(player, "Volume").AsInt(), 40);
     host->Call(player, "SetEqualizer");
     EXPECT_EQ(fake.calls("libvlc_media_player_set_equalizer"), 1);
+    auto cursor = [&] {
+        return host
+            ->Call(player, "VideoGetCursor", {Value::Int(0), Value::Ref(Value::Int(0)), Value::Ref(Value::Int(0))})
+            .AsBool();
+    };
+    EXPECT_TRUE(cursor());
+    fake.setInt("libvlc_video_get_cursor", -1);
+    EXPECT_FALSE(cursor()) << "libvlc's -1 is a failure";
+    libvlc_audio_output_device_t device{nullptr, const_cast<char*>("hw:1"), const_cast<char*>("Card")};
+    fake.setPtr("libvlc_audio_output_device_enum", &device);
+    EXPECT_EQ(host->Text(host->Get(host->Get(player, "AudioOutputDevices"), "Device")), "hw:1");
+    EXPECT_EQ(fake.calls("libvlc_audio_output_device_list_release"), 1);
     host->Call(player, "VideoSetDeinterlace", {host->String("blend")});
     EXPECT_EQ(fake.Text("libvlc_video_set_deinterlace.mode"), "blend");
     host->Call(player, "VideoSetDeinterlace", {Value()});

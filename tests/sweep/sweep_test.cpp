@@ -274,6 +274,17 @@ TEST(Sweep, EachMemberCallsItsFunction) {
     EXPECT_GT(checked, 150u) << "members naming a function were called";
 }
 
+// A libvlc lacking any of the three functions everything needs does not load.
+TEST(Sweep, LoadingNeedsErrmsgNewAndRelease) {
+    for (const char* function : {"libvlc_errmsg", "libvlc_new", "libvlc_release"}) {
+        std::string fake = FakeWithout(function);
+        ASSERT_FALSE(fake.empty()) << function;
+        Host host;
+        EXPECT_FALSE(host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)}).AsBool()) << function;
+        unlink(fake.c_str());
+    }
+}
+
 TEST(Sweep, EveryRegisteredMemberHasAnExpectation) {
     Host host;
     auto expectations = Expectations();
