@@ -81,6 +81,12 @@ TEST_F(HostServices, ReadingHostStringsAsUTF8) {
         EXPECT_EQ(UTF8Of(strings.back().AsString()), c.utf8);
     }
     EXPECT_EQ(host().LiveStrings(), strings.size()) << "readers give back what they made";
+    // Plain ASCII is read in place; other text through a converted copy.
+    rbText ascii(strings[0].AsString()), utf8(strings[1].AsString());
+    ascii.GetUTF8();
+    EXPECT_EQ(host().Count().stringData, 0u);
+    utf8.GetUTF8();
+    EXPECT_EQ(host().Count().stringData, 1u);
 }
 
 // The strict check that decides how libvlc's log lines are read.
