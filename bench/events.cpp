@@ -8,8 +8,6 @@
 // The events are discrete (meta changes), so every one is delivered.
 #include <dlfcn.h>
 #include <glib.h>
-#include <pthread.h>
-#include <sched.h>
 #include <vlc/vlc.h>
 
 #include <algorithm>
@@ -33,16 +31,6 @@ constexpr uint32_t kLatencySamples = 2000;
 
 int64_t NowNs() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
-}
-
-// The main thread runs on the first core and the producer on the second, so
-// that every run of either side meets the same placement (and each busy
-// thread takes one core).
-void PinToCore(int core) {
-    cpu_set_t cores;
-    CPU_ZERO(&cores);
-    CPU_SET(core % std::max(1u, std::thread::hardware_concurrency()), &cores);
-    pthread_setaffinity_np(pthread_self(), sizeof cores, &cores);
 }
 
 // ---- the one handler both sides deliver to --------------------------------------
@@ -111,7 +99,6 @@ double Throughput(Post post) {
     gDelivered = 0;
     auto start = Clock::now();
     std::thread producer([&] {
-        PinToCore(1);
         for (uint32_t i = 0; i < kThroughputEvents; ++i) post(i);
     });
     RunMainLoopUntil(kThroughputEvents);
@@ -127,7 +114,6 @@ double P99Latency(Post post) {
     gLatencies = &latencies;
     gDelivered = 0;
     std::thread producer([&] {
-        PinToCore(1);
         for (uint32_t i = 0; i < kLatencySamples; ++i) {
             while (gDelivered.load(std::memory_order_acquire) < i) std::this_thread::yield();
             std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -156,8 +142,7 @@ class BusyThreads {
 public:
     BusyThreads() {
         for (int i = 0; i < 2; ++i)
-            threads_.emplace_back([this, i] {
-                PinToCore(i);
+            threads_.emplace_back([this] {
                 while (!stop_.load(std::memory_order_relaxed)) {
                 }
             });
@@ -218,7 +203,6 @@ bool Verdict(bool pass, const char* what, double figure, const char* unit, const
 }  // namespace
 
 int main() {
-    PinToCore(0);
     emu::Host host;
     void* control = dlopen(FAKEVLC_PATH, RTLD_NOW);
     auto listener = control ? reinterpret_cast<int (*)(libvlc_event_manager_t*, int, libvlc_callback_t*, void**)>(
