@@ -385,6 +385,7 @@ TEST_F(FakeEvents, ExitRequestsArePostedToTheMainThread) {
     EXPECT_EQ(fake.calls("libvlc_set_exit_handler"), 1) << "nil leaves libvlc's registration";
     fake.requestExit();
     host.Call(exiting, "Destructor");
+    EXPECT_EQ(fake.calls("libvlc_set_exit_handler"), 2) << "the destructor turns libvlc's exit handler off";
     host.PumpFor(50ms);
     EXPECT_EQ(seen->raised.size(), 1u) << "a request queued for a destroyed instance is dropped";
 }
