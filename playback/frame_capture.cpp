@@ -219,7 +219,7 @@ RBBoolean CopyToMemory(REALobject self, void* dest, RBInteger offset, RBInteger 
     d.hasNewFrame = 0;
     uint8_t* out = static_cast<uint8_t*>(dest) + offset;
     const uint8_t* in = d.frameBuffer;
-    if (rowBytes == lineBytes && d.frameRowBytes == lineBytes) {  // rows back to back: one copy
+    if (rowBytes == d.frameRowBytes) {  // rows back to back on both sides: one copy
         memcpy(out, in, static_cast<size_t>(lineBytes * d.frameHeight));
         return true;
     }

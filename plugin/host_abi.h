@@ -133,14 +133,7 @@ static_assert(sizeof(REALevent) == 32);
 static_assert(sizeof(REALconstant) == 40);
 
 // Flag values.
-constexpr uint32_t kFlagRuntimeOnly = 1u << 1;
 constexpr uint32_t kFlagConsoleSafe = 1u << 2;
-constexpr uint32_t kFlagConsoleTarget = 1u << 3;
-constexpr uint32_t kFlagPublicScope = 1u << 5;
-constexpr uint32_t kFlagPrivateScope = 1u << 7;
-
-// The record version the current SDK declares.
-constexpr uint32_t kCurrentSDKRecordVersion = 13;
 
 // Picture storage types.
 constexpr uint32_t kPictureCGBitmapContext = 8;

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <thread>
 
 #include "tests/events/recorder.h"
@@ -356,9 +357,12 @@ TEST_F(FakeEvents, LogRoutesEndCleanly) {
     host.PumpFor(20ms);
     EXPECT_TRUE(seen->raised.empty());
     EXPECT_EQ(host.LockCount(file), locks) << "the replaced file's folder item is given back, once";
+    auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    auto filesBefore = openFiles();
     host.Call(logging, "SetLogFile", {file});
     host.Call(logging, "ClearLog");
     EXPECT_EQ(host.LockCount(file), locks) << "ClearLog gives back what SetLogFile took";
+    EXPECT_EQ(openFiles(), filesBefore) << "and closes the file";
     host.Call(logging, "SetLogFile", {file});
     host.Call(logging, "Destructor");
     EXPECT_EQ(LogRoute(fake), 0) << "the destructor stops libvlc writing before the file closes";

@@ -133,7 +133,7 @@ TEST(Registration, FlagRewritesAndDataSizesDependOnHostVersion) {
         REALmethodDefinition methods[2] = {{nullptr, nullptr, "A", c.methodFlags, 0, nullptr},
                                            {nullptr, nullptr, "B", 4, 0, nullptr}};
         REALclassDefinition record = MakeRecord(c.classFlags, 0, methods, 2);
-        MyREALRegisterClass(&record);
+        EXPECT_EQ(MyREALRegisterClass(&record), 1) << "registered";
         EXPECT_EQ(record.mFlags, c.expectClass) << c.version << " class " << c.classFlags;
         EXPECT_EQ(methods[0].mFlags, c.expectMethod) << c.version << " method " << c.methodFlags;
         EXPECT_EQ(methods[1].mFlags, 4u);

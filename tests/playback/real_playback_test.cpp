@@ -120,7 +120,11 @@ TEST_F(RealPlayback, TheMediaPropertyKeepsOrWrapsItsMedia) {
 TEST_F(RealPlayback, ListPlayerWalksTwoSamples) {
     Value listPlayer = ListPlayer(host.New("VLCMediaPlayerQRV", {vlc}), {"tone.wav", "tagged.mp3"});
     qrvtest::ExpectAnswers(host, listPlayer,
-                           {{"MoveNext", 1}, {"MoveNext", 0}, {"PlayItemAtIndex", 0, {Value::Int(5)}}});
+                           {{"MoveNext", 1},
+                            {"MoveNext", 0},
+                            {"MovePrevious", 1},
+                            {"MovePrevious", 0},
+                            {"PlayItemAtIndex", 0, {Value::Int(5)}}});
     host.Call(listPlayer, "SetPlaybackMode", {Value::Int(1)});
     host.Call(listPlayer, "Stop");
     EXPECT_TRUE(NothingRaised(host));
