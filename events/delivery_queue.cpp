@@ -1,7 +1,8 @@
 // The delivery queue: a chain of fixed-size blocks of records under one mutex.
 // Producers append in place and post one drain task to the main thread when the
-// queue turns non-empty; each drain takes the whole chain in O(1), raises it
-// outside the lock, and posts itself again until a drain finds nothing queued.
+// queue turns non-empty; the drain takes the whole chain in O(1), raises it
+// outside the lock, and goes on with what came meanwhile until it finds nothing
+// queued.
 // Blocks are recycled through a spare list (growing never copies records); the
 // spares beyond kSpareBlocksKept go back to the allocator once the queue has
 // stayed empty for a few milliseconds. A replaced value event stays in place
@@ -233,33 +234,32 @@ void Drain(void*);
 
 void PostDrain() { PlatformPostToMainThread(Drain, nullptr); }
 
-// Runs on the main thread: raises the batch queued so far. Each drain takes the
-// queue's lock once: it spares the chain the drain before raised, takes the
-// batch, and when that is empty clears drainPosted and ends the sequence.
-// Otherwise it raises the batch and posts itself again, so later deliveries
-// wait for the next loop iteration and the host's other sources run between
-// batches.
-void Drain(void*) {
-    DeliveryQueue& q = Queue();
-    Block* first;
-    Block* last;
-    uint64_t drained;
-    bool surplus = false;
-    {
-        std::lock_guard<std::mutex> hold(q.lock);
-        if (q.raisedFirst != nullptr) SpareChain(q, q.raisedFirst, q.raisedLast, q.raisedBlocks);
-        first = q.head;
-        last = q.tail;
-        q.head = q.tail = nullptr;
-        q.records = q.replaced = 0;
-        drained = q.batch++;  // replacing can no longer reach into this batch
-        if (first == nullptr) {
-            q.drainPosted = false;
-            surplus = q.spareCount > kSpareBlocksKept;
-        }
-    }
+// A drain goes on with what was queued while it raised the batch before, for
+// up to this long; then later deliveries wait for the next loop iteration, so
+// the host's other sources run between drains.
+constexpr auto kDrainBudget = std::chrono::microseconds(1000);
+
+// Under the lock: spares the chain the last batch left, takes the queued
+// batch, and when there is none ends the drain sequence (and tells whether
+// spares beyond kSpareBlocksKept are left). Answers the batch's number.
+uint64_t TakeBatch(DeliveryQueue& q, Block*& first, Block*& last, bool& surplus) {
+    std::lock_guard<std::mutex> hold(q.lock);
+    if (q.raisedFirst != nullptr) SpareChain(q, q.raisedFirst, q.raisedLast, q.raisedBlocks);
     q.raisedFirst = q.raisedLast = nullptr;
     q.raisedBlocks = 0;
+    first = q.head;
+    last = q.tail;
+    q.head = q.tail = nullptr;
+    q.records = q.replaced = 0;
+    if (first == nullptr) {
+        q.drainPosted = false;
+        surplus = q.spareCount > kSpareBlocksKept;
+    }
+    return q.batch++;  // replacing can no longer reach into this batch
+}
+
+// Main thread: raises a taken chain; answers its length in blocks.
+size_t RaiseChain(DeliveryQueue& q, Block* first) {
     ++q.drainsRunning;
     ++q.drainRound;
     size_t blocks = 0;
@@ -278,18 +278,36 @@ void Drain(void*) {
         }
     }
     --q.drainsRunning;
-    q.lastDrain = std::chrono::steady_clock::now();
-    DeleteRetired(q, drained);
-    if (first == nullptr) {
-        if (surplus && !q.trimScheduled) {
-            q.trimScheduled = true;
-            PlatformRunOnMainThreadAfter(kQuietMilliseconds, TrimSpares, nullptr);
+    return blocks;
+}
+
+// Runs on the main thread: raises batch after batch, one lock each, until it
+// finds the queue empty (the sequence ends) or its budget is spent (it posts
+// itself again).
+void Drain(void*) {
+    DeliveryQueue& q = Queue();
+    auto started = std::chrono::steady_clock::now();
+    for (;;) {
+        Block* first;
+        Block* last;
+        bool surplus = false;
+        uint64_t drained = TakeBatch(q, first, last, surplus);
+        if (first != nullptr) {
+            q.raisedBlocks = RaiseChain(q, first);
+            q.raisedFirst = first;
+            q.raisedLast = last;
         }
-        return;
+        q.lastDrain = std::chrono::steady_clock::now();
+        DeleteRetired(q, drained);
+        if (first == nullptr) {
+            if (surplus && !q.trimScheduled) {
+                q.trimScheduled = true;
+                PlatformRunOnMainThreadAfter(kQuietMilliseconds, TrimSpares, nullptr);
+            }
+            return;
+        }
+        if (q.lastDrain - started >= kDrainBudget) break;
     }
-    q.raisedFirst = first;
-    q.raisedLast = last;
-    q.raisedBlocks = blocks;
     PostDrain();
 }
 
