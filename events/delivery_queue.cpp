@@ -2,13 +2,12 @@
 // Producers append in place and post one drain task to the main thread when the
 // queue turns non-empty; the drain takes the whole chain in O(1), raises it
 // outside the lock, and goes on with what came meanwhile until it finds nothing
-// queued.
-// Blocks are recycled through a spare list (growing never copies records); the
-// spares beyond kSpareBlocksKept go back to the allocator once the queue has
-// stayed empty for a few milliseconds. A replaced value event stays in place
-// with no target (a tombstone); when tombstones outnumber live records the
-// filling chain is compacted, so a blocked main loop holds at most about twice
-// the live records.
+// queued or its time budget is spent. Blocks are recycled through a spare list
+// (growing never copies records); the spares beyond kSpareBlocksKept go back to
+// the allocator once the queue has stayed empty for a few milliseconds. A
+// replaced value event stays in place with no target (a tombstone); when
+// tombstones outnumber live records the filling chain is compacted, so a
+// blocked main loop holds at most about twice the live records.
 #include "events/delivery_queue.h"
 
 #include <chrono>

@@ -160,20 +160,38 @@ inline std::string Lower(std::string s) {
     return s;
 }
 
+// What a call of the member asks for, in order: a setter's value; a method's
+// parameters, then the assigned value of an assigning form (name empty).
+struct Slot {
+    std::string type;  // lower case, "()" for arrays
+    std::string name;
+};
+
+inline std::vector<Slot> SlotsOf(const Member& member) {
+    std::vector<Slot> slots;
+    if (member.property != nullptr) {
+        if (member.assigns) slots.push_back({Lower(member.property->type), member.property->name});
+        return slots;
+    }
+    for (const emu::Parameter& p : member.declaration.parameters) slots.push_back({p.type, p.name});
+    if (member.assigns) slots.push_back({member.declaration.result, ""});
+    return slots;
+}
+
 // Calls the member; answers what it returned (nil for setters and assigning forms).
 inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* self, const Arguments& argument) {
     if (member.shared) self = nullptr;
+    std::vector<emu::Value> values;
+    for (const Slot& slot : SlotsOf(member)) values.push_back(argument(slot.type, slot.name));
     if (member.property != nullptr && member.assigns) {
-        host.CallSetter(*member.property, self, argument(Lower(member.property->type), member.property->name));
+        host.CallSetter(*member.property, self, values[0]);
         return {};
     }
     if (member.property != nullptr) return host.CallGetter(*member.property, self);
     std::vector<emu::Value> args;
-    for (const emu::Parameter& p : member.declaration.parameters) {
-        emu::Value v = argument(p.type, p.name);
-        args.push_back(p.byref ? emu::Value::Ref(v) : v);
-    }
-    emu::Value assigned = member.assigns ? argument(member.declaration.result, "") : emu::Value();
+    for (size_t i = 0; i < member.declaration.parameters.size(); ++i)
+        args.push_back(member.declaration.parameters[i].byref ? emu::Value::Ref(values[i]) : values[i]);
+    emu::Value assigned = member.assigns ? values.back() : emu::Value();
     emu::Value answer =
         host.CallMethod(*member.method, self, std::move(args), member.assigns, member.assigns ? &assigned : nullptr);
     return member.assigns ? emu::Value() : answer;

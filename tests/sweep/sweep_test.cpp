@@ -242,15 +242,8 @@ TEST(Sweep, EachMemberCallsItsFunction) {
         for (const Member& member : MembersOf(*host.FindClass(className)->record)) {
             std::optional<Expect> e = ExpectationOf(sweep, member);
             if (!e || e->entry.empty()) continue;
-            std::vector<std::string> types;
-            if (member.property != nullptr && member.assigns) types.push_back(Lower(member.property->type));
-            for (const emu::Parameter& p : member.declaration.parameters) types.push_back(p.type);
-            if (member.method != nullptr && member.assigns) types.push_back(member.declaration.result);
             std::vector<Value> args;
-            for (size_t i = 0; i < types.size(); ++i) {
-                bool named = i < member.declaration.parameters.size() && member.property == nullptr;
-                args.push_back(plausible(types[i], named ? member.declaration.parameters[i].name : ""));
-            }
+            for (const Slot& slot : SlotsOf(member)) args.push_back(plausible(slot.type, slot.name));
             Value self = member.shared ? Value() : WorkingObject(host, vlc, className, "/tmp/qrv-sweep.mp4");
             if (className == "VLCMediaListPlayerQRV") {
                 Value list = WorkingObject(host, vlc, "VLCMediaListQRV", "/tmp/qrv-sweep.mp4");
