@@ -2,8 +2,7 @@
 // equalizer and the records.
 #include "tests/sweep/sweep.h"
 
-using namespace sweep;
-
+namespace sweep {
 namespace {
 
 const char kVlcNil[] = "vlc parameter is nil";
@@ -19,9 +18,7 @@ ClassSweep Record(const char* name, bool constructor, std::initializer_list<cons
     return c;
 }
 
-}  // namespace
-
-SWEEP_CLASS(Instance) {
+ClassSweep Instance() {
     ClassSweep c{"VLCInstanceQRV"};
     AddRows(c.members, TFH,
             {"SetAppID(ID as string, Version as string, Icon as String): set_app_id",
@@ -52,7 +49,7 @@ SWEEP_CLASS(Instance) {
     return c;
 }
 
-SWEEP_CLASS(Media) {
+ClassSweep Media() {
     ClassSweep c{"VLCMediaQRV"};
     // Made by the URL constructor, which marks the temporary descriptor unused.
     c.uninitialised = [](emu::Host& host) { return host.New("VLCMediaQRV", {emu::Value(), host.String("x")}); };
@@ -85,7 +82,7 @@ SWEEP_CLASS(Media) {
     return c;
 }
 
-SWEEP_CLASS(MediaList) {
+ClassSweep MediaList() {
     ClassSweep c{"VLCMediaListQRV"};
     AddRows(c.members, HTF,
             {"Lock: media_list_lock", "Unlock: media_list_unlock",
@@ -101,7 +98,7 @@ SWEEP_CLASS(MediaList) {
     return c;
 }
 
-SWEEP_CLASS(MediaLibrary) {
+ClassSweep MediaLibrary() {
     ClassSweep c{"VLCMediaLibraryQRV"};
     AddRows(c.members, HTF,
             {"Load as Boolean: media_library_load", "MediaList as VLCMediaListQRV: media_library_media_list"});
@@ -109,7 +106,7 @@ SWEEP_CLASS(MediaLibrary) {
     return c;
 }
 
-SWEEP_CLASS(MediaDiscoverer) {
+ClassSweep MediaDiscoverer() {
     ClassSweep c{"VLCMediaDiscovererQRV"};
     AddRows(c.members, HTF,
             {"MediaList as VLCMediaListQRV: media_discoverer_media_list",
@@ -120,7 +117,7 @@ SWEEP_CLASS(MediaDiscoverer) {
     return c;
 }
 
-SWEEP_CLASS(Equalizer) {
+ClassSweep Equalizer() {
     ClassSweep c{"VLCEqualizerQRV"};
     AddRows(c.members, TFH,
             {"get Preamp: audio_equalizer_get_preamp", "set Preamp: audio_equalizer_set_preamp",
@@ -138,8 +135,15 @@ SWEEP_CLASS(Equalizer) {
     return c;
 }
 
-SWEEP_CLASS(AudioOutput) { return Record("VLCAudioOutputQRV", true); }
-SWEEP_CLASS(AudioOutputDevice) { return Record("VLCAudioOutputDeviceQRV", true); }
-SWEEP_CLASS(MediaTrackInfo) { return Record("VLCMediaTrackInfoQRV", true); }
-SWEEP_CLASS(MediaTrack) { return Record("VLCMediaTrackQRV", true, {"Sar", "FrameRate"}); }
-SWEEP_CLASS(MediaStats) { return Record("VLCMediaStatsQRV", false, {"InputBitrate", "DemuxBitrate", "SendBitrate"}); }
+}  // namespace
+
+std::vector<ClassSweep> MediaObjectSweeps() {
+    std::vector<ClassSweep> all = {Instance(), Media(), MediaList(), MediaLibrary(), MediaDiscoverer(), Equalizer()};
+    for (const char* record : {"VLCAudioOutputQRV", "VLCAudioOutputDeviceQRV", "VLCMediaTrackInfoQRV"})
+        all.push_back(Record(record, true));
+    all.push_back(Record("VLCMediaTrackQRV", true, {"Sar", "FrameRate"}));
+    all.push_back(Record("VLCMediaStatsQRV", false, {"InputBitrate", "DemuxBitrate", "SendBitrate"}));
+    return all;
+}
+
+}  // namespace sweep

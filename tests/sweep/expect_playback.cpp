@@ -2,8 +2,7 @@
 // manager. The players trace and test the libvlc function before the handle.
 #include "tests/sweep/sweep.h"
 
-using namespace sweep;
-
+namespace sweep {
 namespace {
 
 // Each row also stands for its setting form ("set Name" for "get Name",
@@ -17,9 +16,7 @@ void AddWithSetters(std::vector<Expect>& m, std::initializer_list<const char*> r
     }
 }
 
-}  // namespace
-
-SWEEP_CLASS(MediaPlayer) {
+ClassSweep MediaPlayer() {
     ClassSweep c{"VLCMediaPlayerQRV"};
     auto& m = c.members;
     AddWithSetters(m, {"get SPUDelay: video_get_spu_delay",
@@ -119,7 +116,7 @@ SWEEP_CLASS(MediaPlayer) {
     return c;
 }
 
-SWEEP_CLASS(MediaListPlayer) {
+ClassSweep MediaListPlayer() {
     ClassSweep c{"VLCMediaListPlayerQRV"};
     // MovePrevious tests the function it calls (README lists the departure).
     AddRows(c.members, TFH,
@@ -139,7 +136,7 @@ SWEEP_CLASS(MediaListPlayer) {
     return c;
 }
 
-SWEEP_CLASS(EventManager) {
+ClassSweep EventManager() {
     ClassSweep c{"VLCEventManagerQRV"};
     c.members = {
         Silent("Listen"),
@@ -155,3 +152,9 @@ SWEEP_CLASS(EventManager) {
     };
     return c;
 }
+
+}  // namespace
+
+std::vector<ClassSweep> PlaybackSweeps() { return {MediaPlayer(), MediaListPlayer(), EventManager()}; }
+
+}  // namespace sweep

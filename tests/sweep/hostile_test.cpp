@@ -1,13 +1,9 @@
 // The hostile sweep: every registered member of every class, called on a
-// working object (real libvlc, a headless instance, the samples) with values a
-// careless or hostile program may pass: -1, the extreme integers, 2^31, NaN and
-// infinities, empty strings, 1 MiB of invalid UTF-8, odd-length UTF-16, an
-// unknown encoding tag, and live objects of the declared classes.
-//
-// Each class runs in a child process of its own (this program, started again),
-// which names every call before making it. A crash, a sanitizer report or a
-// call that does not return names its call; the parent then starts a new child
-// after that call, so one run lists every faulty call of the class.
+// working object (real libvlc, headless) with what a careless or hostile
+// program may pass: -1, extreme integers, 2^31, NaN, infinities, empty strings,
+// 1 MiB of invalid UTF-8, odd-length UTF-16, an unknown encoding tag, format
+// directives, live objects of the declared classes. One test (and process) per
+// class; each call is named on stderr before it is made.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -32,8 +28,6 @@ const char kBlocking[] = "VLCInstanceQRV WaitUserInterface";
 // a drawing context): no wrapper can check one, so they get 0 instead of hostile
 // integers, and the Handle setters are not called.
 bool IsRawPointer(const std::string& name) { return name == "Handle" || name == "CGContextHandle"; }
-
-// ---- the hostile values, row by row ----------------------------------------
 
 constexpr int kRows = 5;
 const char* const kRowNames[kRows] = {"-1 / empty", "INT64_MIN / NaN / 1 MiB invalid UTF-8",
@@ -109,11 +103,8 @@ std::vector<HostileCall> CallsOf(const std::string& className, const REALclassDe
     return calls;
 }
 
-// ---- one test per class, each in a process of its own ------------------------
-
-// Names every call on standard error before making it: when a call crashes,
-// trips a sanitizer or hangs past the test's time limit, the output ends with
-// its name; a fault the emulator sees names it through the scoped trace.
+// A call that crashes, trips a sanitizer or hangs ends the output with its
+// name; a fault the emulator sees names it through the scoped trace.
 void SweepClass(const std::string& className, bool cairoPictures) {
     emu::HostOptions options;
     if (cairoPictures) options.pictures = emu::PictureKind::Cairo;

@@ -1,12 +1,9 @@
-// The sweeps' view of the registered members, and the bad-input sweep's
-// expectations: one SWEEP_CLASS per class (expect_*.cpp) saying what each
-// member raises with libvlc not loaded, on an uninitialised object, and with
-// nil object arguments.
-//
-// Member keys: a method's declaration as registered; "assign " + declaration
-// for an assigning form; "get Name" / "set Name" for properties; "shared " in
-// front for shared members. Standard fields (the host reads and writes them)
-// need no row: they must raise nothing. Destructors are not called.
+// The sweeps' view of the registered members, and what each member raises with
+// libvlc not loaded, on an uninitialised object and with nil object arguments
+// (one ClassSweep per class, in expect_*.cpp). Member keys: the declaration as
+// registered; "assign " + declaration for an assigning form; "get Name" /
+// "set Name" for properties; "shared " in front for shared members. Standard
+// fields need no row (they must raise nothing); destructors are not called.
 #pragma once
 
 #include <functional>
@@ -110,11 +107,8 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
     return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
 }
 
-using Maker = ClassSweep (*)();
-std::vector<Maker>& Makers();
-struct Registrar {
-    explicit Registrar(Maker make) { Makers().push_back(make); }
-};
+std::vector<ClassSweep> MediaObjectSweeps();  // expect_media_objects.cpp
+std::vector<ClassSweep> PlaybackSweeps();     // expect_playback.cpp
 
 // One way to call a registered member.
 struct Member {
@@ -198,8 +192,3 @@ inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* 
 }
 
 }  // namespace sweep
-
-#define SWEEP_CLASS(id)                                               \
-    static sweep::ClassSweep SweepMake##id();                         \
-    static const sweep::Registrar sweepRegistrar##id(&SweepMake##id); \
-    static sweep::ClassSweep SweepMake##id()

@@ -15,11 +15,6 @@
 
 namespace sweep {
 
-std::vector<Maker>& Makers() {
-    static std::vector<Maker> makers;
-    return makers;
-}
-
 namespace {
 
 using emu::Host;
@@ -48,16 +43,11 @@ bool TakesObject(const Member& m) {
     return m.assigns && IsObject(m.declaration.result);
 }
 
-// All expectation files, merged by class.
 std::map<std::string, ClassSweep> Expectations() {
-    std::map<std::string, ClassSweep> merged;
-    for (Maker make : Makers()) {
-        ClassSweep part = make();
-        ClassSweep& into = merged[part.className];
-        if (part.uninitialised) into.uninitialised = part.uninitialised;
-        for (Expect& e : part.members) into.members.push_back(std::move(e));
-    }
-    return merged;
+    std::map<std::string, ClassSweep> byClass;
+    for (std::vector<ClassSweep> part : {MediaObjectSweeps(), PlaybackSweeps()})
+        for (ClassSweep& sweep : part) byClass[sweep.className] = std::move(sweep);
+    return byClass;
 }
 
 std::optional<Expect> ExpectationOf(const ClassSweep& sweep, const Member& member) {
@@ -78,18 +68,7 @@ Raised Observed(const Host& host) {
 
 // A raising member answers zero, false or nil.
 bool IsZero(const Value& v) {
-    switch (v.kind()) {
-        case Value::Kind::Nil:
-            return true;
-        case Value::Kind::String:
-            return v.AsString() == nullptr;
-        case Value::Kind::Object:
-            return v.AsObject() == nullptr;
-        case Value::Kind::Ptr:
-            return v.AsPtr() == nullptr;
-        default:
-            return v.AsDouble() == 0;
-    }
+    return v.AsString() == nullptr && v.AsObject() == nullptr && v.AsPtr() == nullptr && v.AsDouble() == 0;
 }
 
 std::string Describe(const Raised& r) {
@@ -133,20 +112,11 @@ void RunPass(Pass pass) {
 
 // Where the dynamic string table (the names dlsym looks up) lies in an ELF file.
 std::pair<size_t, size_t> DynamicStrings(const std::string& elf) {
-    Elf64_Ehdr header;
-    if (elf.size() < sizeof header) return {0, 0};
-    memcpy(&header, elf.data(), sizeof header);
-    for (size_t i = 0; i < header.e_shnum; ++i) {
-        Elf64_Shdr section;
-        size_t at = header.e_shoff + i * header.e_shentsize;
-        if (at + sizeof section > elf.size()) break;
-        memcpy(&section, elf.data() + at, sizeof section);
-        if (section.sh_type == SHT_DYNSYM) {
-            Elf64_Shdr strings;
-            memcpy(&strings, elf.data() + header.e_shoff + section.sh_link * header.e_shentsize, sizeof strings);
-            return {strings.sh_offset, strings.sh_size};
-        }
-    }
+    const auto* header = reinterpret_cast<const Elf64_Ehdr*>(elf.data());
+    const auto* sections = reinterpret_cast<const Elf64_Shdr*>(elf.data() + header->e_shoff);
+    for (size_t i = 0; i < header->e_shnum; ++i)
+        if (sections[i].sh_type == SHT_DYNSYM)
+            return {sections[sections[i].sh_link].sh_offset, sections[sections[i].sh_link].sh_size};
     return {0, 0};
 }
 

@@ -1,6 +1,5 @@
-// Declarations of the few Core Foundation functions the Apple platform file
-// calls, with their public signatures, so that file can be syntax-checked on
-// Linux. Not a working Core Foundation.
+// Declarations of the Core Foundation functions the Apple platform file calls,
+// with their public signatures, for the syntax check on Linux.
 #pragma once
 #include <stdint.h>
 
@@ -23,7 +22,6 @@ enum { kCFStringNormalizationFormD = 0 };
 extern const CFAllocatorRef kCFAllocatorDefault;
 
 void CFRelease(CFTypeRef cf);
-CFTypeRef CFRetain(CFTypeRef cf);
 CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char* cStr, CFStringEncoding encoding);
 CFStringRef __CFStringMakeConstantString(const char* cStr);
 CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef alloc, CFIndex maxLength, CFStringRef theString);

@@ -25,7 +25,6 @@ typedef uint32_t CGBitmapInfo;
 typedef int32_t CGColorRenderingIntent;
 typedef uint32_t CGImageAlphaInfo;
 enum {
-    kCGImageAlphaNone = 0,
     kCGImageAlphaPremultipliedLast = 1,
     kCGImageAlphaPremultipliedFirst = 2,
     kCGImageAlphaLast = 3,
@@ -33,19 +32,15 @@ enum {
     kCGImageAlphaNoneSkipLast = 5,
     kCGImageAlphaNoneSkipFirst = 6,
 };
-enum { kCGBitmapAlphaInfoMask = 0x1F, kCGBitmapByteOrderMask = 0x7000, kCGBitmapByteOrder32Little = (2 << 12) };
+enum { kCGBitmapByteOrderMask = 0x7000, kCGBitmapByteOrder32Little = (2 << 12) };
 enum { kCGRenderingIntentDefault = 0 };
 
-typedef const void* (*CGDataProviderGetBytePointerCallback)(void* info);
-typedef void (*CGDataProviderReleaseBytePointerCallback)(void* info, const void* pointer);
-typedef size_t (*CGDataProviderGetBytesAtPositionCallback)(void* info, void* buffer, off_t pos, size_t cnt);
-typedef void (*CGDataProviderReleaseInfoCallback)(void* info);
 struct CGDataProviderDirectCallbacks {
     unsigned int version;
-    CGDataProviderGetBytePointerCallback getBytePointer;
-    CGDataProviderReleaseBytePointerCallback releaseBytePointer;
-    CGDataProviderGetBytesAtPositionCallback getBytesAtPosition;
-    CGDataProviderReleaseInfoCallback releaseInfo;
+    const void* (*getBytePointer)(void* info);
+    void (*releaseBytePointer)(void* info, const void* pointer);
+    size_t (*getBytesAtPosition)(void* info, void* buffer, off_t pos, size_t cnt);
+    void (*releaseInfo)(void* info);
 };
 
 CGContextRef CGContextRetain(CGContextRef c);
