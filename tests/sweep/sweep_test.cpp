@@ -2,8 +2,10 @@
 #include <dlfcn.h>
 #include <elf.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -246,6 +248,37 @@ TEST(Sweep, LoadingNeedsErrmsgNewAndRelease) {
         EXPECT_FALSE(host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)}).AsBool()) << function;
         unlink(fake.c_str());
     }
+}
+
+int gLogLines = 0;
+void CountLogLine(REALobject, REALstring, RBInteger, REALstring, REALstring, REALstring, REALstring, RBInteger) {
+    ++gLogLines;
+}
+
+// A libvlc without libvlc_log_unset goes on calling the log callback after the
+// instance is gone, so what the callback names must outlive the instance.
+// Freed memory is poisoned meanwhile, so that a use of it shows here too.
+TEST(Sweep, LogCallbackOutlivesAnInstanceLibvlcCannotStop) {
+    std::string fake = FakeWithout("libvlc_log_unset");
+    ASSERT_FALSE(fake.empty());
+    Host host;
+    ASSERT_TRUE(host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)}).AsBool());
+    void* loaded = dlopen(fake.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    unlink(fake.c_str());
+    ASSERT_NE(loaded, nullptr);
+    auto log = reinterpret_cast<void (*)(int, const char*, const char*, unsigned, const char*, int)>(
+        dlsym(loaded, "fakevlc_log"));
+    host.DefineSubclass("LoggingInstance", "VLCInstanceQRV", {{"Log", reinterpret_cast<void*>(CountLogLine)}});
+    Value logging = host.New("LoggingInstance", {host.StringArray({})});
+    host.Call(logging, "SetLogEvent");
+    gLogLines = 0;
+    mallopt(M_PERTURB, 0xA5);
+    logging = Value();
+    log(3, "demux", "file.c", 1, "after the instance", 1);
+    host.PumpFor(std::chrono::milliseconds(50));
+    mallopt(M_PERTURB, 0);
+    EXPECT_EQ(gLogLines, 0);
+    dlclose(loaded);
 }
 
 TEST(Sweep, EveryRegisteredMemberHasAnExpectation) {
