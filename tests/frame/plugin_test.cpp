@@ -42,11 +42,8 @@ std::vector<std::string> Lines(const std::string& command) {
 }
 
 std::vector<std::string> Exports(const std::string& plugin) {
-    std::vector<std::string> exported;
-    for (const std::string& line : Lines("nm -D --defined-only '" + plugin + "' 2>&1")) {
-        std::string name = line.substr(line.rfind(' ') + 1);  // the whole line when it has no space
-        if (!name.empty()) exported.push_back(name);
-    }
+    std::vector<std::string> exported = Lines("nm -D --defined-only '" + plugin + "' 2>&1");
+    for (std::string& line : exported) line = line.substr(line.rfind(' ') + 1);  // the whole line when it has no space
     return exported;
 }
 
@@ -110,8 +107,7 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
         << host.Text(error);
 
     EXPECT_EQ(host.Text(Shared(host, "GetVersion")).rfind("3.0.", 0), 0u);
-    EXPECT_FALSE(Shared(host, "GetCompiler").IsNil());
-    EXPECT_FALSE(Shared(host, "GetChangeset").IsNil());
+    for (const char* method : {"GetCompiler", "GetChangeset"}) EXPECT_FALSE(Shared(host, method).IsNil()) << method;
     EXPECT_GT(Shared(host, "Clock").AsInt(), 0);
     Shared(host, "ClearError");
     EXPECT_TRUE(NothingRaised(host));
