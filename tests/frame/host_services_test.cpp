@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "host/emulator.h"
 #include "plugin/exceptions.h"
 #include "plugin/host_entries.h"
 #include "plugin/memory.h"
@@ -24,31 +23,24 @@ using qrvtest::StderrCapture;
 // The plug-in's own code, statically linked here, bound to a fresh emulator.
 class HostServices : public ::testing::Test {
 protected:
-    void Start(emu::HostOptions options = {}) {
-        options.callMain = false;
-        host_ = std::make_unique<emu::Host>(options);
-        SetHostResolver(&emu::Host::Resolve);
-        rbversion = options.version;
-        DebuggingEnabled = 0;
-    }
-    void SetUp() override { Start(); }
-    void Restart(emu::HostOptions options) {
-        TearDown();
-        Start(options);
-    }
+    void SetUp() override { Restart({}); }
     void TearDown() override {
         DebuggingEnabled = 0;
         SetHostResolver(nullptr);
         host_.reset();
     }
+    void Restart(emu::HostOptions options) {
+        TearDown();
+        options.callMain = false;
+        host_ = std::make_unique<emu::Host>(options);
+        SetHostResolver(&emu::Host::Resolve);
+        rbversion = options.version;
+    }
     emu::Host& host() { return *host_; }
-    // Takes what the last call raised and compares it.
+    // Takes what the plug-in raised since the last check and compares it.
     ::testing::AssertionResult Took(const std::string& className, const std::string& message) {
-        auto raised = host().TakeRaised();
-        if (raised && raised->className == className && raised->message == message)
-            return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << "raised " << (raised ? raised->className : "nothing") << " \""
-                                             << (raised ? raised->message : "") << "\"";
+        host().exception = host().TakeRaised();
+        return qrvtest::Raised(host(), className, message);
     }
     emu::Value Adopt(REALstring s) { return emu::Value::AdoptString(s); }
 
@@ -62,7 +54,6 @@ std::string UTF8Of(REALstring string) {
 
 TEST_F(HostServices, ReadingHostStringsAsUTF8) {
     rbText nil(nullptr);
-    ASSERT_NE(nil.GetUTF8(), nullptr);
     EXPECT_STREQ(nil.GetUTF8(), "");
     const struct {
         std::string bytes;
@@ -108,37 +99,32 @@ TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
 }
 
 TEST_F(HostServices, UnterminatedConvertedTextIsCopied) {
-    emu::HostOptions options;
-    options.stringDataUnterminated = true;
-    Restart(options);
+    Restart({.stringDataUnterminated = true});
     DebuggingEnabled = 1;
     emu::Value utf8 = host().String("\xC3\xA9t\xC3\xA9", kEncodingUTF8);
     StderrCapture capture;
-    std::string text = UTF8Of(utf8.AsString());
-    std::string trace = capture.Finish();
-    EXPECT_EQ(text, "\xC3\xA9t\xC3\xA9");
-    EXPECT_NE(trace.find("QRV Debug: String is not zero terminated. Fixed.\n"), std::string::npos);
+    EXPECT_EQ(UTF8Of(utf8.AsString()), "\xC3\xA9t\xC3\xA9");
+    EXPECT_NE(capture.Finish().find("QRV Debug: String is not zero terminated. Fixed.\n"), std::string::npos);
 }
 
 TEST_F(HostServices, BuildingHostStringsPicksTheEncoding) {
-    auto encodingOf = [&](const char* bytes, int64_t length, uint32_t encoding) {
-        return host().Encoding(Adopt(REALBuildUnicodeString(bytes, length, encoding)));
+    auto build = [&](const char* bytes, int64_t length, uint32_t encoding) {
+        return Adopt(REALBuildUnicodeString(bytes, length, encoding));
     };
-    EXPECT_EQ(encodingOf("abc", 3, kEncodingMacRoman), kEncodingASCII);  // pure ASCII is tagged as such
-    EXPECT_EQ(encodingOf("\xE9", 1, kEncodingMacRoman), kEncodingMacRoman);
-    EXPECT_EQ(encodingOf("x", 1, kEncodingWindowsLatin1), kEncodingASCII);
-    emu::Value utf16 = Adopt(REALBuildUnicodeString("h\0\xE9\0", 4, kEncodingUTF16));
+    EXPECT_EQ(host().Encoding(build("abc", 3, kEncodingMacRoman)), kEncodingASCII);  // pure ASCII is tagged as such
+    EXPECT_EQ(host().Encoding(build("\xE9", 1, kEncodingMacRoman)), kEncodingMacRoman);
+    EXPECT_EQ(host().Encoding(build("x", 1, kEncodingWindowsLatin1)), kEncodingASCII);
+    emu::Value utf16 = build("h\0\xE9\0", 4, kEncodingUTF16);
     EXPECT_EQ(host().Encoding(utf16), kEncodingUTF8);
     EXPECT_EQ(host().Text(utf16), "h\xC3\xA9");
-    EXPECT_TRUE(Adopt(REALBuildUnicodeString(nullptr, 3, kEncodingUTF8)).IsNil());
-    EXPECT_TRUE(Adopt(REALBuildUnicodeString("abc", 0, kEncodingUTF8)).IsNil());
-    EXPECT_TRUE(Adopt(REALBuildUnicodeString("abc", -5, kEncodingUTF8)).IsNil());
+    EXPECT_TRUE(build(nullptr, 3, kEncodingUTF8).IsNil());
+    for (int64_t length : {0, -5}) EXPECT_TRUE(build("abc", length, kEncodingUTF8).IsNil()) << length;
 
     DebuggingEnabled = 1;
     StderrCapture capture;
     // The length is refused before any byte is read.
-    EXPECT_TRUE(Adopt(REALBuildUnicodeString("abc", int64_t{1} << 31, kEncodingUTF8)).IsNil());
-    emu::Value odd = Adopt(REALBuildUnicodeString("abc", 3, 4));
+    EXPECT_TRUE(build("abc", int64_t{1} << 31, kEncodingUTF8).IsNil());
+    emu::Value odd = build("abc", 3, 4);
     std::string trace = capture.Finish();
     EXPECT_EQ(host().Encoding(odd), 4u);
     EXPECT_NE(trace.find("QRV Debug: Count too big for REALBuildUnicodeString.\n"), std::string::npos);
@@ -146,7 +132,7 @@ TEST_F(HostServices, BuildingHostStringsPicksTheEncoding) {
     EXPECT_EQ(host().LiveStrings(), 2u);  // the UTF-16 intermediate was released
 
     rbversion = 2011.5;  // old hosts build, then tag
-    emu::Value old = Adopt(REALBuildUnicodeString("caf\xC3\xA9", 5, kEncodingUTF8));
+    emu::Value old = build("caf\xC3\xA9", 5, kEncodingUTF8);
     EXPECT_EQ(host().Encoding(old), kEncodingUTF8);
     EXPECT_EQ(host().Text(old), "caf\xC3\xA9");
 }
@@ -184,26 +170,21 @@ TEST_F(HostServices, OutOfBoundsAndStandardExceptionsBecomeHostExceptions) {
 }
 
 TEST_F(HostServices, ExceptionClassFallsBackToRuntimeException) {
-    emu::HostOptions options;
-    options.refusedClasses = {"NilObjectException"};
-    Restart(options);
+    Restart({.refusedClasses = {"NilObjectException"}});
     RaiseNilObjectException("vlc parameter is nil");
     EXPECT_TRUE(Took("RuntimeException", "vlc parameter is nil"));
-    options.refusedClasses = {"NilObjectException", "RuntimeException"};
-    Restart(options);
+    Restart({.refusedClasses = {"NilObjectException", "RuntimeException"}});
     RaiseNilObjectException("vlc parameter is nil");
     EXPECT_FALSE(host().TakeRaised());
 }
 
 TEST_F(HostServices, ArraysAreReadInPlaceOnlyWhenTheLayoutChecks) {
     for (bool broken : {false, true}) {
-        emu::HostOptions options;
-        options.brokenArrayLayout = broken;
-        Restart(options);
+        Restart({.brokenArrayLayout = broken});
         ArrayAccessTested = false;
         emu::Value array = host().StringArray({"zero", "one", "two"});
         EXPECT_EQ(ArrayUpperBound(array.AsObject()), 2);
-        emu::Value one = emu::Value::AdoptString(ArrayStringAt(array.AsObject(), 1));
+        emu::Value one = Adopt(ArrayStringAt(array.AsObject(), 1));
         EXPECT_TRUE(ArrayAccessTested);
         EXPECT_EQ(ArrayAccessSuccess, !broken);
         EXPECT_EQ(host().Text(one), "one");
@@ -220,14 +201,10 @@ TEST_F(HostServices, MemoryBlocksSmallerThanAskedAreRefused) {
     EXPECT_EQ(REALMemoryBlockGetSize(block), 100);
     REALUnlockObject(block);
 
-    emu::HostOptions options;
-    options.memoryBlocksShort = true;
-    Restart(options);
+    Restart({.memoryBlocksShort = true});
     EXPECT_EQ(NewMemoryBlock(100), nullptr);
 
-    options.memoryBlocksShort = false;
-    options.hidden = {"PluginCallFunctionWithExceptionHandler"};
-    Restart(options);
+    Restart({.hidden = {"PluginCallFunctionWithExceptionHandler"}});
     block = NewMemoryBlock(8);
     EXPECT_NE(block, nullptr) << "hosts without the handler entry get a direct call";
     EXPECT_TRUE(host().hiddenAsked.count("PluginCallFunctionWithExceptionHandler")) << "asked of this host";
@@ -263,19 +240,12 @@ TEST_F(HostServices, TraceLinesAreWholeAndCut) {
     EXPECT_EQ(out.substr(firstEnd + 1), "QRV Debug: n 5\n");
 }
 
-}  // namespace
-
-namespace {
-std::vector<std::string>* gFaults = nullptr;
-void KeepFault(const std::string& message) { gFaults->push_back(message); }
-}  // namespace
-
 // The emulator's own checks, each provoked once: they are what the other
 // suites rely on to see faults.
 TEST_F(HostServices, EmulatorReportsWhatARealHostWouldPunish) {
-    std::vector<std::string> faults;
-    gFaults = &faults;
-    emu::SetFaultHandler(KeepFault);
+    static std::vector<std::string> faults;
+    faults.clear();
+    emu::SetFaultHandler([](const std::string& message) { faults.push_back(message); });
 
     REALobject exception = REALnewInstance("NilObjectException");
     REALobject other = REALnewInstance("OutOfBoundsException");
@@ -324,3 +294,5 @@ TEST_F(HostServices, EmulatorReportsWhatARealHostWouldPunish) {
     EXPECT_NE(faults[6].find("the host went away with 1 object(s), 0 string(s)"), std::string::npos) << faults[6];
     emu::SetFaultHandler(qrvtest::FailTestOnFault);
 }
+
+}  // namespace

@@ -1,14 +1,13 @@
-// The built plug-in as the host loads it: its one export and no libvlc
-// dependency, the plug-in folder as the zip and the install hand it over,
-// loading libvlc (also through folder items naming real files whose names are
-// not plain ASCII), the library-level shared methods and the trace.
+// The built plug-in as the host loads it: one export, no libvlc dependency, the
+// folder as the zip and the install hand it over; loading libvlc (also from paths
+// that are not plain ASCII), the library-level shared methods and the trace.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,7 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using emu::Host;
-using emu::HostOptions;
 using emu::Value;
 using qrvtest::LoadRealLibvlc;
 using qrvtest::NothingRaised;
@@ -44,11 +42,8 @@ std::vector<std::string> Lines(const std::string& command) {
 }
 
 std::vector<std::string> Exports(const std::string& plugin) {
-    std::vector<std::string> exported;
-    for (const std::string& line : Lines("nm -D --defined-only '" + plugin + "' 2>&1")) {
-        std::string name = line.substr(line.rfind(' ') + 1);  // the whole line when it has no space
-        if (!name.empty()) exported.push_back(name);
-    }
+    std::vector<std::string> exported = Lines("nm -D --defined-only '" + plugin + "' 2>&1");
+    for (std::string& line : exported) line = line.substr(line.rfind(' ') + 1);  // the whole line when it has no space
     return exported;
 }
 
@@ -62,16 +57,11 @@ TEST(PluginBinary, ExportsOnlyREALPluginMainAndDoesNotNeedLibvlc) {
 }
 
 // A scratch folder, removed afterwards.
-// A scratch folder, removed afterwards.
 struct Scratch {
-    Scratch() {
-        char name[] = "/tmp/qrv-folder-XXXXXX";
-        if (mkdtemp(name) != nullptr) path = name;
-    }
-    ~Scratch() {
-        if (!path.empty()) fs::remove_all(path);
-    }
-    fs::path path;
+    Scratch() { EXPECT_NE(mkdtemp(name), nullptr) << name; }
+    ~Scratch() { fs::remove_all(name); }
+    fs::path operator/(const fs::path& child) const { return fs::path(name) / child; }
+    char name[23] = "/tmp/qrv-folder-XXXXXX";
 };
 
 const char kBinaryInFolder[] = "QRVVLC/Build Resources/Linux x86-64/QRVVLC.so";
@@ -83,17 +73,14 @@ TEST(PluginFolder, ZipHoldsTheFolderLayoutAndTheOneExport) {
     EXPECT_EQ(entries, (std::vector<std::string>{"QRVVLC", "QRVVLC/Build Resources",
                                                  "QRVVLC/Build Resources/Linux x86-64", kBinaryInFolder}));
     Scratch scratch;
-    ASSERT_FALSE(scratch.path.empty());
-    Lines("cd '" + scratch.path.string() + "' && '" + QRV_CMAKE + "' -E tar xf '" + QRV_PLUGIN_ZIP + "'");
-    EXPECT_EQ(Exports(scratch.path / kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
+    Lines(std::string("cd '") + scratch.name + "' && '" + QRV_CMAKE + "' -E tar xf '" + QRV_PLUGIN_ZIP + "'");
+    EXPECT_EQ(Exports(scratch / kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
 }
 
 TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
     Scratch prefix;
-    ASSERT_FALSE(prefix.path.empty());
-    Lines(std::string("'") + QRV_CMAKE + "' --install '" + QRV_BUILD_DIR + "' --prefix '" + prefix.path.string() +
-          "' 2>&1");
-    fs::path installed = prefix.path / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder;
+    Lines(std::string("'") + QRV_CMAKE + "' --install '" + QRV_BUILD_DIR + "' --prefix '" + prefix.name + "' 2>&1");
+    fs::path installed = prefix / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder;
     EXPECT_TRUE(fs::exists(installed)) << installed;
     EXPECT_EQ(Exports(installed), std::vector<std::string>{"REALPluginMain"});
 }
@@ -120,8 +107,7 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
         << host.Text(error);
 
     EXPECT_EQ(host.Text(Shared(host, "GetVersion")).rfind("3.0.", 0), 0u);
-    EXPECT_FALSE(Shared(host, "GetCompiler").IsNil());
-    EXPECT_FALSE(Shared(host, "GetChangeset").IsNil());
+    for (const char* method : {"GetCompiler", "GetChangeset"}) EXPECT_FALSE(Shared(host, method).IsNil()) << method;
     EXPECT_GT(Shared(host, "Clock").AsInt(), 0);
     Shared(host, "ClearError");
     EXPECT_TRUE(NothingRaised(host));
@@ -129,22 +115,17 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
 }
 
 TEST(LoadLibrary, NonLibraryFileFailsWithTheLoadersMessage) {
-    char path[] = "/tmp/qrv-not-a-library-XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(write(fd, "plain text\n", 11), 11);
-    close(fd);
-    {
-        Host host;
-        EXPECT_FALSE(Shared(host, "LoadLibrary", {host.String(path)}).AsBool());
-        std::string first = host.Text(Shared(host, "GetLoadError"));
-        EXPECT_NE(first.find(path), std::string::npos) << first;
-        EXPECT_EQ(host.Text(Shared(host, "GetLoadError")), first);
-        size_t strings = host.LiveStrings();
-        Shared(host, "GetLoadError");
-        EXPECT_EQ(host.LiveStrings(), strings) << "the answer carries its own reference";
-    }
-    unlink(path);
+    Scratch scratch;
+    std::string path = scratch / "not-a-library.so";
+    ASSERT_TRUE(std::ofstream(path) << "plain text\n");
+    Host host;
+    EXPECT_FALSE(Shared(host, "LoadLibrary", {host.String(path)}).AsBool());
+    std::string first = host.Text(Shared(host, "GetLoadError"));
+    EXPECT_NE(first.find(path), std::string::npos) << first;
+    EXPECT_EQ(host.Text(Shared(host, "GetLoadError")), first);
+    size_t strings = host.LiveStrings();
+    Shared(host, "GetLoadError");
+    EXPECT_EQ(host.LiveStrings(), strings) << "the answer carries its own reference";
 }
 
 TEST(LoadLibrary, TheResultLooksAtTheTableNotAtThisOpen) {
@@ -163,14 +144,10 @@ TEST(LoadLibrary, TheResultLooksAtTheTableNotAtThisOpen) {
 }
 
 // A scratch folder named with a precomposed "é" (U+00E9).
-class PrecomposedNames : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_FALSE(scratch.path.empty());
-        fs::create_directory(folder);
-    }
+struct PrecomposedNames : ::testing::Test {
+    void SetUp() override { fs::create_directory(folder); }
     Scratch scratch;
-    fs::path folder = scratch.path / "caf\xC3\xA9";
+    fs::path folder = scratch / "caf\xC3\xA9";
 };
 
 TEST_F(PrecomposedNames, LoadLibraryOpensALibvlcInsideTheFolder) {
@@ -203,9 +180,7 @@ TEST_F(PrecomposedNames, MediaWithFileAndSetLogFileUseTheNamedFiles) {
 // Before any load each answers zero or nil (the sweep checks the function each
 // names); a host without the raise entry gets the same answers and no exception.
 TEST(SharedMethods, AnswersBeforeAnyLoadWithoutTheRaiseEntry) {
-    HostOptions options;
-    options.hidden = {"RuntimeRaiseException"};
-    Host host(options);
+    Host host({.hidden = {"RuntimeRaiseException"}});
     for (const char* method : {"GetVersion", "GetCompiler", "GetChangeset", "ErrorMessage"})
         EXPECT_TRUE(Shared(host, method).IsNil()) << method;
     EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
@@ -235,10 +210,7 @@ TEST(SharedMethods, EnvironmentAndLocale) {
 // The hidden shared property Debugging switches the trace on and off.
 TEST(Trace, LinesOnlyWhileDebugging) {
     Host host;
-    const REALclassDefinition* record = host.FindClass("VLCInstanceQRV")->record;
-    ASSERT_EQ(record->sharedPropertyCount, 1u);
-    const REALproperty& debugging = record->sharedProperties[0];
-    EXPECT_STREQ(debugging.name, "Debugging");
+    const REALproperty& debugging = host.FindClass("VLCInstanceQRV")->record->sharedProperties[0];
     EXPECT_EQ(debugging.flags, 38u);
     ASSERT_EQ(debugging.attributeCount, 1u);
     EXPECT_STREQ(debugging.attributes[0].name, "Hidden");
