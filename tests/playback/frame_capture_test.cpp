@@ -1,13 +1,9 @@
-// Frame capture: through the fake libvlc's video thread stand-in, which
-// renders a per-pixel pattern through the callbacks the plug-in installed, and
-// through Debian's libvlc 3.0 decoding quadrants.mp4; every copy is checked
-// pixel by pixel for stride, orientation and channel order.
+// Frame capture through the fake libvlc's video thread stand-in (a per-pixel
+// pattern) and through Debian's libvlc 3.0 decoding quadrants.mp4.
 #include <cairo.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -16,11 +12,8 @@
 
 namespace {
 
-using emu::Host;
-using emu::Value;
-using qrvtest::FakeVLC;
-using qrvtest::NothingRaised;
-using qrvtest::Raised;
+using namespace emu;
+using namespace qrvtest;
 using namespace std::chrono_literals;
 
 // Pixel (x, y) as 0xAARRGGBB; from memory, the four bytes of an RV32 or ARGB32
@@ -34,23 +27,16 @@ Image Rows(const uint8_t* first, int64_t rowBytes, uint32_t alpha = 0) {
         return word | alpha;
     };
 }
-Image InPicture(Host& host, const Value& picture) {
-    return [&host, picture](int x, int y) { return host.PixelARGB(picture, x, y); };
-}
 
 // The first pixel of width x height where a byte of `got` is more than
 // `tolerance` off the one `want` has, or "" when none is.
 std::string FirstWrong(int width, int height, const Image& got, const Image& want, int tolerance = 0) {
     for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            uint32_t a = got(x, y), b = want(x, y);
+        for (int x = 0; x < width; ++x)
             for (int shift = 0; shift < 32; shift += 8)
-                if (std::abs(int(a >> shift & 0xFF) - int(b >> shift & 0xFF)) > tolerance) {
-                    std::ostringstream where;
-                    where << "(" << x << ", " << y << ") has " << a << ", not " << b;
-                    return where.str();
-                }
-        }
+                if (std::abs(int(got(x, y) >> shift & 0xFF) - int(want(x, y) >> shift & 0xFF)) > tolerance)
+                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ") has " + std::to_string(got(x, y)) +
+                           ", not " + std::to_string(want(x, y));
     return "";
 }
 
@@ -81,7 +67,8 @@ void ExpectEveryCopy(Host& host, const Value& player, int width, int height, cai
     Value picture = host.Call(player, "CopyPicture");
     ASSERT_EQ(host.PictureKindOf(picture), host.options().pictures);
     EXPECT_EQ(host.clearCacheCalls, clears + 1);
-    EXPECT_EQ(FirstWrong(width, height, InPicture(host, picture), want, tolerance), "");
+    Image inPicture = [&](int x, int y) { return host.PixelARGB(picture, x, y); };
+    EXPECT_EQ(FirstWrong(width, height, inPicture, want, tolerance), "");
     cairo_surface_flush(drawn);
     Image surface = Rows(cairo_image_surface_get_data(drawn), cairo_image_surface_get_stride(drawn));
     EXPECT_EQ(FirstWrong(width, height, surface, want, tolerance), "") << "drawn context";
@@ -91,10 +78,10 @@ const char kNoBuffer[] = "Failed to allocate 0 bytes of memory for picture buffe
 
 class Capture : public ::testing::Test {
 protected:
-    void Start(emu::PictureKind pictures = emu::PictureKind::Gd) {
+    void Start(PictureKind pictures = PictureKind::Gd) {
         player = vlc = Value();
         host.reset();
-        emu::HostOptions options;
+        HostOptions options;
         options.pictures = pictures;
         host = std::make_unique<Host>(options);
         ASSERT_TRUE(fake.Loaded());
@@ -214,9 +201,10 @@ TEST_F(Capture, ReadersWaitForTheFrameTheDecoderHolds) {
 }
 
 // Pictures of either kind the host makes (cairo's ARGB32 is native-endian, as
-// gd's colours), and the cairo context the player paints each frame into.
+// gd's colours), the cairo context the player paints each frame into, and the
+// gd picture's fields traced on the way in, each in turn.
 TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
-    for (emu::PictureKind kind : {emu::PictureKind::Gd, emu::PictureKind::Cairo}) {
+    for (PictureKind kind : {PictureKind::Cairo, PictureKind::Gd}) {
         Start(kind);
         cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 24, 10);
         cairo_t* context = cairo_create(surface);
@@ -228,14 +216,11 @@ TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
         player = Value();  // the destructor gives the context back
         cairo_surface_destroy(surface);
     }
-}
-
-// The host picture's fields are traced on the way in, each in turn.
-TEST_F(Capture, PictureAccessIsTraced) {
+    player = host->New("VLCMediaPlayerQRV", {vlc});
     SetCallback(24, 10);
     fake.renderFrame(1);
     host->SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-    qrvtest::StderrCapture capture;
+    StderrCapture capture;
     host->Call(player, "CopyPicture");
     std::string trace = capture.Finish();
     host->SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
@@ -249,15 +234,16 @@ TEST_F(Capture, PictureAccessIsTraced) {
 }
 
 // Booleans and signed chars are read from libvlc's low byte; host integers are
-// narrowed to libvlc's int and Booleans go as 0 or 1.
-TEST_F(Capture, LowByteAnswersAndNarrowedArguments) {
+// narrowed to libvlc's int and Booleans go as 0 or 1; title positions outside
+// libvlc's table raise.
+TEST_F(Capture, LowByteAnswersNarrowedArgumentsAndTitlePositions) {
     fake.setInt("libvlc_media_player_is_seekable", 256);
     fake.setInt("libvlc_media_player_has_vout", 200);
     fake.setInt("libvlc_media_player_play", -1);
     host->Set(player, "Mute", Value::Bool(true));
     host->Set(player, "Volume", Value::Int(-1));
-    qrvtest::ExpectAnswers(
-        *host, player, {{"get IsSeekable", 0}, {"get HasVOut", -56}, {"Play", 0}, {"get Mute", 1}, {"get Volume", -1}});
+    ExpectAnswers(*host, player,
+                  {{"get IsSeekable", 0}, {"get HasVOut", -56}, {"Play", 0}, {"get Mute", 1}, {"get Volume", -1}});
     EXPECT_EQ(fake.integer("libvlc_audio_set_mute.status"), 1);
     fake.setInt("libvlc_media_player_has_vout", 300);
     EXPECT_EQ(host->Get(player, "HasVOut").AsInt(), 44);
@@ -283,9 +269,7 @@ TEST_F(Capture, LowByteAnswersAndNarrowedArguments) {
     host->Call(player, "VideoSetDeinterlace", {Value()});
     EXPECT_EQ(fake.Text("libvlc_video_set_deinterlace.mode"), "(null)") << "nil switches deinterlacing off";
     EXPECT_TRUE(NothingRaised(*host));
-}
 
-TEST_F(Capture, TitlePositionsOutsideLibvlcsTableRaise) {
     for (int64_t position : {int64_t{1} << 31, int64_t{9}, int64_t{-2}}) {
         host->Call(player, "SetVideoTitleDisplay", {Value::Int(position), Value::Int(0)});
         EXPECT_EQ(host->exception->className, "OutOfBoundsException") << position;
@@ -333,14 +317,13 @@ uint32_t Quadrants(int x, int y) {
 // Decoded pixels, within the codec's rounding, through every copy and in
 // either kind of host picture.
 TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
-    for (emu::PictureKind kind : {emu::PictureKind::Gd, emu::PictureKind::Cairo}) {
-        emu::HostOptions options;
+    for (PictureKind kind : {PictureKind::Gd, PictureKind::Cairo}) {
+        HostOptions options;
         options.pictures = kind;
         Host host(options);
-        ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
-        Value media =
-            host.CallShared("VLCMediaQRV", "MediaWithPath",
-                            {qrvtest::HeadlessInstance(host), host.String(qrvtest::SamplePath("quadrants.mp4"))});
+        ASSERT_TRUE(LoadRealLibvlc(host));
+        Value media = host.CallShared("VLCMediaQRV", "MediaWithPath",
+                                      {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))});
         Value player = host.New("VLCMediaPlayerQRV", {media});
         cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 64, 48);
         cairo_t* context = cairo_create(surface);
@@ -350,7 +333,6 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
         ASSERT_TRUE(host.Call(player, "Play").AsBool());
         ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 30000ms));
         host.PumpFor(200ms);
-
         host.Call(player, "Stop");
         ExpectEveryCopy(host, player, 64, 48, surface, Quadrants, 8);
         player = media = Value();
