@@ -25,68 +25,35 @@ protected:
     Value vlc, media;
 };
 
-TEST_F(WithFake, InstanceArgumentsReachLibvlcInOrder) {
-    struct {
-        Value args;
-        int64_t argc;
-        const char* argv;
-    } rows[] = {{Value(), 0, "(null argv)"},
-                {host.StringArray({}), 0, "(null argv)"},
-                {host.StringArray({"--one", "caf\xC3\xA9", ""}), 3, "--one\ncaf\xC3\xA9\n"}};
-    for (auto& row : rows) {
-        EXPECT_NE(host.Get(host.New("VLCInstanceQRV", {row.args}), "Handle").AsInt(), 0);
-        EXPECT_EQ(fake.integer("libvlc_new.argc"), row.argc);
-        EXPECT_EQ(fake.Text("libvlc_new.argv"), row.argv);
+TEST_F(WithFake, InstanceArgumentsReachLibvlcAndEachWrapperReleasesOnce) {
+    for (auto [args, argc, argv] : std::initializer_list<std::tuple<Value, int64_t, const char*>>{
+             {Value(), 0, "(null argv)"},
+             {host.StringArray({}), 0, "(null argv)"},
+             {host.StringArray({"--one", "caf\xC3\xA9", ""}), 3, "--one\ncaf\xC3\xA9\n"}}) {
+        EXPECT_NE(host.Get(host.New("VLCInstanceQRV", {args}), "Handle").AsInt(), 0);
+        EXPECT_EQ(fake.integer("libvlc_new.argc"), argc);
+        EXPECT_EQ(fake.Text("libvlc_new.argv"), argv);
     }
-}
-
-// Every wrapper gives back, once, the libvlc object it made when the host drops it.
-TEST_F(WithFake, EachWrapperReleasesWhatItMadeOnce) {
-    struct {
-        const char* cls;
-        const char* made;
-        const char* released;
-    } rows[] = {{"VLCInstanceQRV", "libvlc_new", "libvlc_release"},
-                {"VLCMediaPlayerQRV", "libvlc_media_player_new", "libvlc_media_player_release"},
-                {"VLCMediaListQRV", "libvlc_media_list_new", "libvlc_media_list_release"},
-                {"VLCMediaListPlayerQRV", "libvlc_media_list_player_new", "libvlc_media_list_player_release"},
-                {"VLCEqualizerQRV", "libvlc_audio_equalizer_new", "libvlc_audio_equalizer_release"}};
-    for (const auto& row : rows) {
-        int64_t made = fake.calls(row.made), released = fake.calls(row.released);
+    // Every wrapper gives back, once, the libvlc object it made when the host drops it.
+    for (auto [cls, made, released] : std::initializer_list<std::tuple<std::string, const char*, const char*>>{
+             {"VLCInstanceQRV", "libvlc_new", "libvlc_release"},
+             {"VLCMediaPlayerQRV", "libvlc_media_player_new", "libvlc_media_player_release"},
+             {"VLCMediaListQRV", "libvlc_media_list_new", "libvlc_media_list_release"},
+             {"VLCMediaListPlayerQRV", "libvlc_media_list_player_new", "libvlc_media_list_player_release"},
+             {"VLCEqualizerQRV", "libvlc_audio_equalizer_new", "libvlc_audio_equalizer_release"}}) {
+        int64_t madeBefore = fake.calls(made), releasedBefore = fake.calls(released);
         {
-            Value argument = std::string(row.cls) == "VLCInstanceQRV" ? host.StringArray({}) : vlc;
-            Value object = host.New(row.cls, {argument});
-            EXPECT_EQ(fake.calls(row.made), made + 1) << row.cls;
-            EXPECT_EQ(fake.calls(row.released), released) << row.cls << " released while held";
+            Value object = host.New(cls, {cls == "VLCInstanceQRV" ? host.StringArray({}) : vlc});
+            EXPECT_EQ(fake.calls(made), madeBefore + 1) << cls;
+            EXPECT_EQ(fake.calls(released), releasedBefore) << cls << " released while held";
         }
-        EXPECT_EQ(fake.calls(row.released), released + 1) << row.cls;
+        EXPECT_EQ(fake.calls(released), releasedBefore + 1) << cls;
     }
-}
-
-TEST_F(WithFake, InstanceMethodsConvertLibvlcAnswers) {
-    fake.setInt("libvlc_add_intf", -1);
-    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
-    fake.setInt("libvlc_add_intf", 0);
-    EXPECT_TRUE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
-    // The device count's answer is dropped.
-    fake.setInt("libvlc_audio_output_device_count", 5);
-    EXPECT_EQ(host.Call(vlc, "GetAudioOutputDeviceCount", {host.String("alsa")}).AsInt(), 0);
-    std::vector<Value> longName = {host.String("alsa"), Value::Int(3)};
-    EXPECT_TRUE(host.Call(vlc, "GetAudioOutputDeviceLongName", longName).IsNil());
-    fake.setPtr("libvlc_audio_output_device_longname", Text("Device \xC3\xA9"));
-    EXPECT_EQ(host.Text(host.Call(vlc, "GetAudioOutputDeviceLongName", longName)), "Device \xC3\xA9");
-    EXPECT_TRUE(NothingRaised(host));
-    // A destroyed instance is uninitialised.
-    host.Call(vlc, "Destructor");
-    EXPECT_EQ(host.Get(vlc, "Handle").AsInt(), 0);
-    EXPECT_EQ(fake.calls("libvlc_release"), 1);
-    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("x")}).AsBool());
-    EXPECT_TRUE(RaisedNotInitialized(host));
 }
 
 // Lists become record chains, head first, each list released once; an empty
 // list is nil and nothing is released.
-TEST_F(WithFake, ListsBecomeRecordChainsHeadFirst) {
+TEST_F(WithFake, InstanceListsBecomeRecordChainsAndAnswersAreConverted) {
     for (const char* list : {"GetAudioOutputList", "GetVideoFilterList", "GetAudioFilterList"})
         EXPECT_TRUE(host.Call(vlc, list).IsNil()) << list;
     EXPECT_TRUE(host.Call(vlc, "AudioOutputDevices", {host.String("pulse")}).IsNil());
@@ -120,6 +87,25 @@ TEST_F(WithFake, ListsBecomeRecordChainsHeadFirst) {
     fake.setPtr("libvlc_audio_output_device_list_get", &device);
     EXPECT_EQ(Name(host.Call(vlc, "AudioOutputDevices", {host.String("alsa")}), "Device"), "hw:0");
     EXPECT_EQ(fake.calls("libvlc_audio_output_device_list_release"), 1);
+
+    fake.setInt("libvlc_add_intf", -1);
+    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
+    fake.setInt("libvlc_add_intf", 0);
+    EXPECT_TRUE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
+    // The device count's answer is dropped.
+    fake.setInt("libvlc_audio_output_device_count", 5);
+    EXPECT_EQ(host.Call(vlc, "GetAudioOutputDeviceCount", {host.String("alsa")}).AsInt(), 0);
+    std::vector<Value> longName = {host.String("alsa"), Value::Int(3)};
+    EXPECT_TRUE(host.Call(vlc, "GetAudioOutputDeviceLongName", longName).IsNil());
+    fake.setPtr("libvlc_audio_output_device_longname", Text("Device \xC3\xA9"));
+    EXPECT_EQ(host.Text(host.Call(vlc, "GetAudioOutputDeviceLongName", longName)), "Device \xC3\xA9");
+    EXPECT_TRUE(NothingRaised(host));
+    // A destroyed instance is uninitialised.
+    host.Call(vlc, "Destructor");
+    EXPECT_EQ(host.Get(vlc, "Handle").AsInt(), 0);
+    EXPECT_EQ(fake.calls("libvlc_release"), 1);
+    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("x")}).AsBool());
+    EXPECT_TRUE(RaisedNotInitialized(host));
 }
 
 TEST_F(WithFake, TracksTrackInfosStatsAndTheirAccessors) {
@@ -187,7 +173,7 @@ TEST_F(WithFake, TracksTrackInfosStatsAndTheirAccessors) {
 
 // A nil folder item reaches libvlc as a null path; a media from bytes that
 // libvlc refuses leaves no temporary file.
-TEST_F(WithFake, MediaFromANilFileOrRefusedData) {
+TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, Value()});
     EXPECT_EQ(fake.Text("libvlc_media_new_path.path"), "(null)");
     fake.setInt("libvlc_media_new_path", -1);
@@ -196,10 +182,8 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedData) {
     ASSERT_EQ(path.rfind("/tmp/temp.", 0), 0u) << path;
     EXPECT_NE(access(path.c_str(), F_OK), 0) << path << " should be gone";
     EXPECT_TRUE(NothingRaised(host));
-}
 
-// Values libvlc 3.0 would use unchecked as indexes raise before reaching it.
-TEST_F(WithFake, IndexesLibvlcDoesNotCheckRaiseOutOfBounds) {
+    // Values libvlc 3.0 would use unchecked as indexes raise before reaching it.
     host.Call(media, "SetMeta", {Value::Int(-1), host.String("x")});
     EXPECT_TRUE(Raised(host, "OutOfBoundsException",
                        "The parameter meta to method SetMeta is too small. Range is 0 to 25, but value is -1."));
