@@ -51,8 +51,7 @@ TEST_F(WithFake, InstanceArgumentsReachLibvlcAndEachWrapperReleasesOnce) {
     }
 }
 
-// Lists become record chains, head first, each list released once; an empty
-// list is nil and nothing is released.
+// Lists become record chains, head first, each released once; an empty one is nil.
 TEST_F(WithFake, InstanceListsBecomeRecordChainsAndAnswersAreConverted) {
     for (const char* list : {"GetAudioOutputList", "GetVideoFilterList", "GetAudioFilterList"})
         EXPECT_TRUE(host.Call(vlc, list).IsNil()) << list;
@@ -171,8 +170,7 @@ TEST_F(WithFake, TracksTrackInfosStatsAndTheirAccessors) {
     EXPECT_EQ(fake.calls("libvlc_free"), 1);
 }
 
-// A nil folder item reaches libvlc as a null path; a media from bytes that
-// libvlc refuses leaves no temporary file.
+// A nil folder item reaches libvlc as a null path; refused bytes leave no temporary file.
 TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, Value()});
     EXPECT_EQ(fake.Text("libvlc_media_new_path.path"), "(null)");
@@ -207,8 +205,7 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 1);
 }
 
-// A media from bytes whose wrapper cannot be made is not released through a
-// missing libvlc_media_release.
+// Bytes whose wrapper cannot be made are not released through a missing libvlc_media_release.
 TEST(PartialFake, MediaFromDataWithoutReleaseOrWrapper) {
     emu::HostOptions options;
     options.refusedClasses = {"VLCMediaQRV"};

@@ -28,8 +28,7 @@ Image Rows(const uint8_t* first, int64_t rowBytes, uint32_t alpha = 0) {
     };
 }
 
-// The first pixel of width x height where a byte of `got` is more than
-// `tolerance` off the one `want` has, or "" when none is.
+// The first pixel where a byte of `got` is more than `tolerance` off `want`'s, or "" when none is.
 std::string FirstWrong(int width, int height, const Image& got, const Image& want, int tolerance = 0) {
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
@@ -51,8 +50,7 @@ Image Pattern(int64_t frame, uint32_t alpha = 0) {
 
 constexpr uint32_t kOpaque = 0xFF000000u;
 
-// Every copy of the current frame against `want`: CopyToMemory into padded
-// rows, CopyMemory, CopyPicture (of the host's kind) and the drawn surface.
+// CopyToMemory into padded rows, CopyMemory, CopyPicture and the drawn surface against `want`.
 void ExpectEveryCopy(Host& host, const Value& player, int width, int height, cairo_surface_t* drawn, const Image& want,
                      int tolerance) {
     int64_t rowBytes = 4 * width + 44;
@@ -199,9 +197,8 @@ TEST_F(Capture, ReadersWaitForTheFrameTheDecoderHolds) {
     EXPECT_GE(waited([&] { host->Call(player, "CopyPicture"); }), 200ms);
 }
 
-// Pictures of either kind the host makes (cairo's ARGB32 is native-endian, as
-// gd's colours), the cairo context the player paints each frame into, and the
-// gd picture's fields traced on the way in, each in turn.
+// Pictures of either kind (cairo's ARGB32 is native-endian, as gd's colours), the cairo
+// context the player paints into, and the gd picture's fields traced in turn.
 TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
     std::string trace;
     for (PictureKind kind : {PictureKind::Cairo, PictureKind::Gd}) {
@@ -229,9 +226,8 @@ TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
     }
 }
 
-// Booleans and signed chars are read from libvlc's low byte; host integers are
-// narrowed to libvlc's int and Booleans go as 0 or 1; title positions outside
-// libvlc's table raise.
+// Booleans and signed chars are libvlc's low byte; integers are narrowed to int, Booleans
+// go as 0 or 1; title positions outside libvlc's table raise.
 TEST_F(Capture, LowByteAnswersNarrowedArgumentsAndTitlePositions) {
     fake.setInt("libvlc_media_player_is_seekable", 256);
     fake.setInt("libvlc_media_player_has_vout", 200);
@@ -296,16 +292,14 @@ TEST_F(Capture, ListPlayerModeItemsAndPlayerReferences) {
     EXPECT_TRUE(host->Get(listPlayer, "List").IsNil());
 }
 
-// quadrants.mp4, 64 x 48: red, green, blue and white quadrants inside a
-// one-pixel black border.
+// quadrants.mp4, 64 x 48: red, green, blue and white quadrants inside a black border.
 uint32_t Quadrants(int x, int y) {
     if (x == 0 || y == 0 || x == 63 || y == 47) return 0xFF000000u;
     const uint32_t colours[] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
     return colours[(y >= 24) * 2 + (x >= 32)];
 }
 
-// Decoded pixels, within the codec's rounding, through every copy and in
-// either kind of host picture.
+// Decoded pixels, within the codec's rounding, through every copy and either kind of picture.
 TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
     for (PictureKind kind : {PictureKind::Gd, PictureKind::Cairo}) {
         HostOptions options;

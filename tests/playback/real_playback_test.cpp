@@ -75,8 +75,7 @@ TEST_F(RealPlayback, TracksChaptersAndSubtitlesOfTheMatroskaSample) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
-// A player made from a media keeps it; one whose media a list player set
-// answers a new wrapper of libvlc's media each time.
+// A player made from a media keeps it; one a list player set answers a new wrapper each time.
 TEST_F(RealPlayback, MediaPropertyAndAListPlayerWalkingTwoSamples) {
     Value media = Media("tone.wav");
     Value fromMedia = host.New("VLCMediaPlayerQRV", {media});
