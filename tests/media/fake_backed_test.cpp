@@ -1,19 +1,13 @@
 // Instance, records and media paths observed through the fake libvlc, where
 // the real one cannot show what the plug-in handed over or freed.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "tests/support/test_support.h"
 
 namespace {
 
-using emu::Host;
-using emu::Value;
-using qrvtest::ExpectAnswers;
-using qrvtest::FakeVLC;
-using qrvtest::NothingRaised;
-using qrvtest::Raised;
-using qrvtest::RaisedNotInitialized;
+using namespace emu;
+using namespace qrvtest;
 
 char* Text(const char* text) { return const_cast<char*>(text); }
 
@@ -31,69 +25,34 @@ protected:
     Value vlc, media;
 };
 
-TEST_F(WithFake, InstanceArgumentsReachLibvlcInOrder) {
-    struct {
-        Value args;
-        int64_t argc;
-        const char* argv;
-    } rows[] = {{Value(), 0, "(null argv)"},
-                {host.StringArray({}), 0, "(null argv)"},
-                {host.StringArray({"--one", "caf\xC3\xA9", ""}), 3, "--one\ncaf\xC3\xA9\n"}};
-    for (auto& row : rows) {
-        EXPECT_NE(host.Get(host.New("VLCInstanceQRV", {row.args}), "Handle").AsInt(), 0);
-        EXPECT_EQ(fake.integer("libvlc_new.argc"), row.argc);
-        EXPECT_EQ(fake.Text("libvlc_new.argv"), row.argv);
+TEST_F(WithFake, InstanceArgumentsReachLibvlcAndEachWrapperReleasesOnce) {
+    for (auto [args, argc, argv] : std::initializer_list<std::tuple<Value, int64_t, const char*>>{
+             {Value(), 0, "(null argv)"},
+             {host.StringArray({}), 0, "(null argv)"},
+             {host.StringArray({"--one", "caf\xC3\xA9", ""}), 3, "--one\ncaf\xC3\xA9\n"}}) {
+        EXPECT_NE(host.Get(host.New("VLCInstanceQRV", {args}), "Handle").AsInt(), 0);
+        EXPECT_EQ(fake.integer("libvlc_new.argc"), argc);
+        EXPECT_EQ(fake.Text("libvlc_new.argv"), argv);
     }
-}
-
-// Every wrapper gives back, once, the libvlc object it made when the host drops it.
-TEST_F(WithFake, EachWrapperReleasesWhatItMadeOnce) {
-    struct {
-        const char* cls;
-        const char* made;
-        const char* released;
-    } rows[] = {{"VLCInstanceQRV", "libvlc_new", "libvlc_release"},
-                {"VLCMediaPlayerQRV", "libvlc_media_player_new", "libvlc_media_player_release"},
-                {"VLCMediaListQRV", "libvlc_media_list_new", "libvlc_media_list_release"},
-                {"VLCMediaListPlayerQRV", "libvlc_media_list_player_new", "libvlc_media_list_player_release"},
-                {"VLCEqualizerQRV", "libvlc_audio_equalizer_new", "libvlc_audio_equalizer_release"}};
-    for (const auto& row : rows) {
-        int64_t made = fake.calls(row.made), released = fake.calls(row.released);
+    // Every wrapper gives back, once, the libvlc object it made when the host drops it.
+    for (auto [cls, made, released] : std::initializer_list<std::tuple<std::string, const char*, const char*>>{
+             {"VLCInstanceQRV", "libvlc_new", "libvlc_release"},
+             {"VLCMediaPlayerQRV", "libvlc_media_player_new", "libvlc_media_player_release"},
+             {"VLCMediaListQRV", "libvlc_media_list_new", "libvlc_media_list_release"},
+             {"VLCMediaListPlayerQRV", "libvlc_media_list_player_new", "libvlc_media_list_player_release"},
+             {"VLCEqualizerQRV", "libvlc_audio_equalizer_new", "libvlc_audio_equalizer_release"}}) {
+        int64_t madeBefore = fake.calls(made), releasedBefore = fake.calls(released);
         {
-            Value argument = std::string(row.cls) == "VLCInstanceQRV" ? host.StringArray({}) : vlc;
-            Value object = host.New(row.cls, {argument});
-            EXPECT_EQ(fake.calls(row.made), made + 1) << row.cls;
-            EXPECT_EQ(fake.calls(row.released), released) << row.cls << " released while held";
+            Value object = host.New(cls, {cls == "VLCInstanceQRV" ? host.StringArray({}) : vlc});
+            EXPECT_EQ(fake.calls(made), madeBefore + 1) << cls;
+            EXPECT_EQ(fake.calls(released), releasedBefore) << cls << " released while held";
         }
-        EXPECT_EQ(fake.calls(row.released), released + 1) << row.cls;
+        EXPECT_EQ(fake.calls(released), releasedBefore + 1) << cls;
     }
 }
 
-TEST_F(WithFake, InstanceMethodsConvertLibvlcAnswers) {
-    fake.setInt("libvlc_add_intf", -1);
-    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
-    fake.setInt("libvlc_add_intf", 0);
-    EXPECT_TRUE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
-    // The device count is called and its answer dropped.
-    fake.setInt("libvlc_audio_output_device_count", 5);
-    EXPECT_EQ(host.Call(vlc, "GetAudioOutputDeviceCount", {host.String("alsa")}).AsInt(), 0);
-    EXPECT_EQ(fake.calls("libvlc_audio_output_device_count"), 1);
-    std::vector<Value> longName = {host.String("alsa"), Value::Int(3)};
-    EXPECT_TRUE(host.Call(vlc, "GetAudioOutputDeviceLongName", longName).IsNil());
-    fake.setPtr("libvlc_audio_output_device_longname", Text("Device \xC3\xA9"));
-    EXPECT_EQ(host.Text(host.Call(vlc, "GetAudioOutputDeviceLongName", longName)), "Device \xC3\xA9");
-    EXPECT_TRUE(NothingRaised(host));
-    // A destroyed instance is uninitialised.
-    host.Call(vlc, "Destructor");
-    EXPECT_EQ(host.Get(vlc, "Handle").AsInt(), 0);
-    EXPECT_EQ(fake.calls("libvlc_release"), 1);
-    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("x")}).AsBool());
-    EXPECT_TRUE(RaisedNotInitialized(host));
-}
-
-// Lists become record chains, head first, each list released once; an empty
-// list is nil and nothing is released.
-TEST_F(WithFake, ListsBecomeRecordChainsHeadFirst) {
+// Lists become record chains, head first, each released once; an empty one is nil.
+TEST_F(WithFake, InstanceListsBecomeRecordChainsAndAnswersAreConverted) {
     for (const char* list : {"GetAudioOutputList", "GetVideoFilterList", "GetAudioFilterList"})
         EXPECT_TRUE(host.Call(vlc, list).IsNil()) << list;
     EXPECT_TRUE(host.Call(vlc, "AudioOutputDevices", {host.String("pulse")}).IsNil());
@@ -127,9 +86,28 @@ TEST_F(WithFake, ListsBecomeRecordChainsHeadFirst) {
     fake.setPtr("libvlc_audio_output_device_list_get", &device);
     EXPECT_EQ(Name(host.Call(vlc, "AudioOutputDevices", {host.String("alsa")}), "Device"), "hw:0");
     EXPECT_EQ(fake.calls("libvlc_audio_output_device_list_release"), 1);
+
+    fake.setInt("libvlc_add_intf", -1);
+    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
+    fake.setInt("libvlc_add_intf", 0);
+    EXPECT_TRUE(host.Call(vlc, "AddUserInterface", {host.String("dummy")}).AsBool());
+    // The device count's answer is dropped.
+    fake.setInt("libvlc_audio_output_device_count", 5);
+    EXPECT_EQ(host.Call(vlc, "GetAudioOutputDeviceCount", {host.String("alsa")}).AsInt(), 0);
+    std::vector<Value> longName = {host.String("alsa"), Value::Int(3)};
+    EXPECT_TRUE(host.Call(vlc, "GetAudioOutputDeviceLongName", longName).IsNil());
+    fake.setPtr("libvlc_audio_output_device_longname", Text("Device \xC3\xA9"));
+    EXPECT_EQ(host.Text(host.Call(vlc, "GetAudioOutputDeviceLongName", longName)), "Device \xC3\xA9");
+    EXPECT_TRUE(NothingRaised(host));
+    // A destroyed instance is uninitialised.
+    host.Call(vlc, "Destructor");
+    EXPECT_EQ(host.Get(vlc, "Handle").AsInt(), 0);
+    EXPECT_EQ(fake.calls("libvlc_release"), 1);
+    EXPECT_FALSE(host.Call(vlc, "AddUserInterface", {host.String("x")}).AsBool());
+    EXPECT_TRUE(RaisedNotInitialized(host));
 }
 
-TEST_F(WithFake, TracksStatsAndTheirAccessors) {
+TEST_F(WithFake, TracksTrackInfosStatsAndTheirAccessors) {
     libvlc_video_track_t video{360, 640, 4, 0, 30000, 1001, {}, {}, {}};  // height, width, SAR 4:0, 29.97 fps
     libvlc_audio_track_t audio{2, 48000};
     libvlc_subtitle_track_t text{Text("UTF-8")};
@@ -177,15 +155,14 @@ TEST_F(WithFake, TracksStatsAndTheirAccessors) {
     fake.setInt("libvlc_media_get_stats", 257);
     EXPECT_FALSE(host.Call(media, "Stats").IsNil());
     EXPECT_TRUE(NothingRaised(host));
-}
 
-TEST_F(WithFake, TrackInfosAre28ByteRecordsFreedWithLibvlcFree) {
+    // The old track infos: 28-byte records, freed with libvlc_free.
     libvlc_media_track_info_t info[2] = {
         {.i_codec = 0x34363268, .i_type = libvlc_track_video, .u = {.video = {240, 320}}},
         {.i_codec = 0x6134706d, .i_type = libvlc_track_audio, .u = {.audio = {2, 44100}}}};
     fake.setPtr("libvlc_media_get_tracks_info", info);
     fake.setInt("libvlc_media_get_tracks_info", 2);
-    auto items = host.ArrayObjects(host.Call(media, "TrackInfos"));
+    items = host.ArrayObjects(host.Call(media, "TrackInfos"));
     ASSERT_EQ(items.size(), 2u);
     ExpectAnswers(host, items[0], {{"get Width", 320}, {"get Height", 240}, {"get Channels", 0}});
     EXPECT_EQ(Name(items[1], "CodecString"), "mp4a");
@@ -193,9 +170,8 @@ TEST_F(WithFake, TrackInfosAre28ByteRecordsFreedWithLibvlcFree) {
     EXPECT_EQ(fake.calls("libvlc_free"), 1);
 }
 
-// A nil folder item reaches libvlc as a null path; a media from bytes that
-// libvlc refuses leaves no temporary file.
-TEST_F(WithFake, MediaFromANilFileOrRefusedData) {
+// A nil folder item reaches libvlc as a null path; refused bytes leave no temporary file.
+TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, Value()});
     EXPECT_EQ(fake.Text("libvlc_media_new_path.path"), "(null)");
     fake.setInt("libvlc_media_new_path", -1);
@@ -204,10 +180,8 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedData) {
     ASSERT_EQ(path.rfind("/tmp/temp.", 0), 0u) << path;
     EXPECT_NE(access(path.c_str(), F_OK), 0) << path << " should be gone";
     EXPECT_TRUE(NothingRaised(host));
-}
 
-// Values libvlc 3.0 would use unchecked as indexes raise before reaching it.
-TEST_F(WithFake, IndexesLibvlcDoesNotCheckRaiseOutOfBounds) {
+    // Values libvlc 3.0 would use unchecked as indexes raise before reaching it.
     host.Call(media, "SetMeta", {Value::Int(-1), host.String("x")});
     EXPECT_TRUE(Raised(host, "OutOfBoundsException",
                        "The parameter meta to method SetMeta is too small. Range is 0 to 25, but value is -1."));
@@ -231,8 +205,7 @@ TEST_F(WithFake, IndexesLibvlcDoesNotCheckRaiseOutOfBounds) {
     EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 1);
 }
 
-// A media from bytes whose wrapper cannot be made is not released through a
-// missing libvlc_media_release.
+// Bytes whose wrapper cannot be made are not released through a missing libvlc_media_release.
 TEST(PartialFake, MediaFromDataWithoutReleaseOrWrapper) {
     emu::HostOptions options;
     options.refusedClasses = {"VLCMediaQRV"};

@@ -1,41 +1,24 @@
 // The media player and the list player on Debian's libvlc 3.0, headless.
-#include <gtest/gtest.h>
-
 #include <chrono>
 
 #include "tests/support/test_support.h"
 
 namespace {
 
-using emu::Host;
-using emu::Value;
-using qrvtest::NothingRaised;
+using namespace emu;
+using namespace qrvtest;
 using namespace std::chrono_literals;
 
 class RealPlayback : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
-        vlc = qrvtest::HeadlessInstance(host);
+        ASSERT_TRUE(LoadRealLibvlc(host));
+        vlc = HeadlessInstance(host);
     }
     Value Media(const std::string& name) {
-        return host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(qrvtest::SamplePath(name))});
+        return host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(SamplePath(name))});
     }
     bool Until(const std::function<bool()>& condition) { return host.PumpUntil(condition, 30000ms); }
-    // A list player over a player made from the instance, playing the list's first item.
-    Value ListPlayer(const Value& player, const std::vector<std::string>& names) {
-        Value list = host.New("VLCMediaListQRV", {vlc});
-        for (const std::string& name : names) host.Call(list, "AddMedia", {Media(name)});
-        Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
-        host.Call(listPlayer, "SetMediaPlayer", {player});
-        host.Call(listPlayer, "SetMediaList", {list});
-        host.KeptByDesign(player), host.KeptByDesign(list);
-        EXPECT_EQ(host.Get(listPlayer, "List").AsObject(), list.AsObject());
-        // libvlc 3.0.24 answers -1 here although the item starts playing.
-        EXPECT_FALSE(host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)}).AsBool());
-        EXPECT_TRUE(Until([&] { return host.Call(listPlayer, "IsPlaying").AsBool(); }));
-        return listPlayer;
-    }
     Host host;
     Value vlc;
 };
@@ -45,14 +28,9 @@ TEST_F(RealPlayback, TransportTimeAndProperties) {
     EXPECT_TRUE(host.Get(player, "VLC").IsNil()) << "made from a media";
     ASSERT_TRUE(host.Call(player, "Play").AsBool());
     EXPECT_TRUE(Until([&] { return host.Get(player, "Time").AsInt() > 200; }));
-    qrvtest::ExpectAnswers(host, player,
-                           {{"get IsPlaying", 1},
-                            {"get Length", 3003},
-                            {"get IsSeekable", 1},
-                            {"get CanPause", 1},
-                            {"get State", 3},
-                            {"get Width", 320},
-                            {"get Height", 240}});
+    ExpectAnswers(host, player,
+                  {{"get IsPlaying", 1}, {"get Length", 3003}, {"get IsSeekable", 1}, {"get CanPause", 1}});
+    ExpectAnswers(host, player, {{"get State", 3}, {"get Width", 320}, {"get Height", 240}});
     EXPECT_NEAR(host.Get(player, "FPS").AsDouble(), 29.97, 0.01);
     Value px = Value::Ref(Value::UInt(7)), py = Value::Ref(Value::UInt(9));
     EXPECT_TRUE(host.Call(player, "VideoGetSize", {Value::Int(0), px, py}).AsBool());
@@ -97,34 +75,32 @@ TEST_F(RealPlayback, TracksChaptersAndSubtitlesOfTheMatroskaSample) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
-// A player made from a media keeps it; one whose media a list player set
-// answers a new wrapper of libvlc's media each time.
-TEST_F(RealPlayback, TheMediaPropertyKeepsOrWrapsItsMedia) {
+// A player made from a media keeps it; one a list player set answers a new wrapper each time.
+TEST_F(RealPlayback, MediaPropertyAndAListPlayerWalkingTwoSamples) {
     Value media = Media("tone.wav");
     Value fromMedia = host.New("VLCMediaPlayerQRV", {media});
     host.Set(fromMedia, "Media", Value());
-    EXPECT_TRUE(qrvtest::Raised(host, "NilObjectException", "media parameter is nil"));
+    EXPECT_TRUE(Raised(host, "NilObjectException", "media parameter is nil"));
     EXPECT_EQ(host.Get(fromMedia, "Media").AsObject(), media.AsObject()) << "the current media stays";
 
-    Value fromInstance = host.New("VLCMediaPlayerQRV", {vlc});
-    EXPECT_EQ(host.Get(fromInstance, "VLC").AsObject(), vlc.AsObject());
-    EXPECT_TRUE(host.Get(fromInstance, "Media").IsNil());
-    Value listPlayer = ListPlayer(fromInstance, {"tone.wav"});
-    Value first = host.Get(fromInstance, "Media"), second = host.Get(fromInstance, "Media");
+    Value player = host.New("VLCMediaPlayerQRV", {vlc}), list = host.New("VLCMediaListQRV", {vlc});
+    EXPECT_EQ(host.Get(player, "VLC").AsObject(), vlc.AsObject());
+    EXPECT_TRUE(host.Get(player, "Media").IsNil());
+    for (const char* name : {"tone.wav", "tagged.mp3"}) host.Call(list, "AddMedia", {Media(name)});
+    Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+    host.Call(listPlayer, "SetMediaPlayer", {player});
+    host.Call(listPlayer, "SetMediaList", {list});
+    host.KeptByDesign(player), host.KeptByDesign(list);
+    EXPECT_EQ(host.Get(listPlayer, "List").AsObject(), list.AsObject());
+    // libvlc 3.0.24 answers -1 here although the item starts playing.
+    EXPECT_FALSE(host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)}).AsBool());
+    EXPECT_TRUE(Until([&] { return host.Call(listPlayer, "IsPlaying").AsBool(); }));
+    Value first = host.Get(player, "Media"), second = host.Get(player, "Media");
     ASSERT_FALSE(first.IsNil());
     EXPECT_NE(first.AsObject(), second.AsObject());
     EXPECT_EQ(host.Get(first, "Handle").AsInt(), host.Get(second, "Handle").AsInt());
-    host.Call(listPlayer, "Stop");
-}
-
-TEST_F(RealPlayback, ListPlayerWalksTwoSamples) {
-    Value listPlayer = ListPlayer(host.New("VLCMediaPlayerQRV", {vlc}), {"tone.wav", "tagged.mp3"});
-    qrvtest::ExpectAnswers(host, listPlayer,
-                           {{"MoveNext", 1},
-                            {"MoveNext", 0},
-                            {"MovePrevious", 1},
-                            {"MovePrevious", 0},
-                            {"PlayItemAtIndex", 0, {Value::Int(5)}}});
+    ExpectAnswers(host, listPlayer, {{"MoveNext", 1}, {"MoveNext", 0}, {"MovePrevious", 1}, {"MovePrevious", 0}});
+    ExpectAnswers(host, listPlayer, {{"PlayItemAtIndex", 0, {Value::Int(5)}}});
     host.Call(listPlayer, "SetPlaybackMode", {Value::Int(1)});
     host.Call(listPlayer, "Stop");
     EXPECT_TRUE(NothingRaised(host));
