@@ -62,12 +62,11 @@ protected:
         ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host));
         vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
         player = host.New("VLCMediaPlayerQRV", {vlc});
-        manager = fake.eventManager();
     }
     // Fires from a worker thread, as libvlc's threads do; nothing runs until the main loop does.
     void Queue(const std::vector<libvlc_event_t>& events) {
         std::thread([&] {
-            for (const libvlc_event_t& e : events) fake.fire(manager, &e);
+            for (const libvlc_event_t& e : events) fake.fire(fake.eventManager(), &e);
         }).join();
     }
     // Runs the main loop until as many events as expected were raised, and a little longer for any extra.
@@ -85,7 +84,6 @@ protected:
     Seen record{&host};  // goes before the host
     FakeVLC fake;
     Value vlc, player;
-    libvlc_event_manager_t* manager = nullptr;
 };
 
 TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithoutAManager) {
@@ -95,7 +93,7 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithou
     std::string trace = capture.Finish();
     host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
     EXPECT_EQ(fake.calls("libvlc_event_attach"), 1);
-    EXPECT_EQ(fake.attached(manager, libvlc_MediaPlayerPlaying), 1);
+    EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 1);
     EXPECT_NE(trace.find("QRV Debug: InstallMediaPlayerPlaying\n"), std::string::npos);
     EXPECT_EQ(trace.find("Install", trace.find("InstallMediaPlayerPlaying") + 1), std::string::npos)
         << "no other event installed:\n"
@@ -103,13 +101,13 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithou
     EXPECT_EQ(host.Get(m, "Parent").AsObject(), player.AsObject());
     EXPECT_TRUE(host.Get(m, "VLC").IsNil());
     host.Call(m, "Listen");
-    EXPECT_EQ(fake.attached(manager, libvlc_MediaPlayerPlaying), 2) << "a second Listen attaches again";
+    EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 2) << "a second Listen attaches again";
     // A handler gained after Listen was never attached (libvlc aborts on detaching
     // it); one lost after Listen still is.
     host.SetHandler("PlayingOnly", "MediaPlayerPaused", On<"MediaPlayerPaused">().second);
     host.SetHandler("PlayingOnly", "MediaPlayerPlaying", nullptr);
     host.Call(m, "Destructor");
-    EXPECT_EQ(fake.attached(manager, libvlc_MediaPlayerPlaying), 0) << "everything attached is detached";
+    EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 0) << "everything attached is detached";
     EXPECT_EQ(fake.calls("libvlc_event_detach"), 2);
     EXPECT_EQ(host.Get(m, "Handle").AsInt(), 0);
     EXPECT_TRUE(host.Get(m, "Parent").IsNil());
@@ -187,8 +185,7 @@ TEST_F(FakeEvents, PayloadsArriveConvertedOnTheMainThreadAndWhatTheyHoldIsGivenB
     // No handler any more when the posted event arrives: the media is still given back.
     host.SetHandler("Payloads", "MediaListItemAdded", nullptr);
     Queue({events[2]});
-    host.PumpFor(50ms);
-    EXPECT_EQ(seen->raised.size(), expected.size());
+    ExpectRaised(expected);
     EXPECT_EQ(fake.mediaRefs(media), 1);
     EXPECT_EQ(host.LiveObjects(), objects);
 }
@@ -221,7 +218,7 @@ TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInBoundedMemory) {
     int64_t events = getenv("QRV_STORM_EVENTS") ? atoll(getenv("QRV_STORM_EVENTS")) : 1000000;
     libvlc_event_t first = time(0);
     int64_t before = HeapInUse();
-    fake.fireFromThreads(manager, &first, 2, events / 2);
+    fake.fireFromThreads(fake.eventManager(), &first, 2, events / 2);
     EXPECT_LT(HeapInUse() - before, 1 << 20) << "bytes held for " << events << " queued time events";
     host.PumpFor(50ms);
     ASSERT_EQ(seen->raised.size(), 5u) << "one time event delivered";
@@ -362,7 +359,7 @@ TEST_F(FakeEvents, StormFromFourThreadsKeepsEachThreadsOrderAndABacklogIsGivenBa
     Value m = Manager("Storm", {{"MediaMetaChanged", reinterpret_cast<void*>(OnStorm)}});
     size_t objects = host.LiveObjects(), strings = host.LiveStrings();
     libvlc_event_t meta = Event(libvlc_MediaMetaChanged);
-    std::thread firing([&] { fake.fireFromThreads(manager, &meta, 4, perThread); });
+    std::thread firing([&] { fake.fireFromThreads(fake.eventManager(), &meta, 4, perThread); });
     EXPECT_TRUE(host.PumpUntil([&] { return gStorm == 4 * perThread; }, 120000ms)) << gStorm << " arrived";
     firing.join();
     host.PumpFor(20ms);
@@ -375,7 +372,7 @@ TEST_F(FakeEvents, StormFromFourThreadsKeepsEachThreadsOrderAndABacklogIsGivenBa
     gStorm = 0;
     gNextPerThread.clear();
     int64_t before = HeapInUse();
-    fake.fireFromThreads(manager, &meta, 1, 200000);
+    fake.fireFromThreads(fake.eventManager(), &meta, 1, 200000);
     int64_t backlog = HeapInUse() - before;
     ASSERT_TRUE(host.PumpUntil([&] { return gStorm == 200000; }, 60000ms));
     host.PumpFor(20ms);

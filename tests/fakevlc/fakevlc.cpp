@@ -90,7 +90,8 @@ void Record(const std::string& key, int64_t value) {
 }
 
 // Setters record their argument; getters answer it back, as a real output would.
-void CountAndRecord(const char* name, const char* argument, int64_t value) {
+template <typename Value>
+void CountAndRecord(const char* name, const char* argument, Value value) {
     Count(name);
     Record(std::string(name) + "." + argument, value);
 }
@@ -183,8 +184,7 @@ libvlc_instance_t* libvlc_new(int argc, const char* const* argv) {
 
 // Answers a new media, or NULL when the test set the answer -1.
 libvlc_media_t* libvlc_media_new_path(libvlc_instance_t*, const char* path) {
-    Count("libvlc_media_new_path");
-    Record("libvlc_media_new_path.path", path);
+    CountAndRecord("libvlc_media_new_path", "path", path);
     return AnswerOf("libvlc_media_new_path").integer == -1 ? nullptr : fakevlc_new_media();
 }
 
@@ -309,15 +309,13 @@ void libvlc_video_set_callbacks(libvlc_media_player_t*, libvlc_video_lock_cb loc
 
 void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigned width, unsigned height,
                              unsigned pitch) {
-    Count("libvlc_video_set_format");
-    Record("libvlc_video_set_format.chroma", chroma);
+    CountAndRecord("libvlc_video_set_format", "chroma", chroma);
     Locked(
         [&](Registry& r) { std::tie(r.video.width, r.video.height, r.video.pitch) = std::tie(width, height, pitch); });
 }
 
 void libvlc_video_set_deinterlace(libvlc_media_player_t*, const char* mode) {
-    Count("libvlc_video_set_deinterlace");
-    Record("libvlc_video_set_deinterlace.mode", mode);
+    CountAndRecord("libvlc_video_set_deinterlace", "mode", mode);
 }
 
 int libvlc_audio_set_volume(libvlc_media_player_t*, int volume) {
