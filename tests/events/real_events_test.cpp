@@ -73,10 +73,8 @@ TEST_F(RealEvents, PlayingTheSampleRaisesPlayerEventsInOrder) {
     events = Value();  // detaches before the player goes
 }
 
-// libvlc sends Stopped inside libvlc_media_player_stop and the old media's
-// state change inside set_media, holding the player's lock; handlers that read
-// the player there would hang the main thread for good (SIGALRM ends the
-// process instead).
+// libvlc sends Stopped inside stop and the old media's state change inside set_media, holding the
+// player's lock: handlers reading the player there must not hang (SIGALRM ends the process instead).
 TEST_F(RealEvents, HandlersReadingThePlayerDoNotHangStopOrSetMedia) {
     alarm(60);
     Value first = Media("sample.mp4");
