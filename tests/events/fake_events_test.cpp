@@ -258,6 +258,7 @@ TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
     host.Call(logging, "SetLogEvent");
     fake.log(3, "demux", "file.c", 1, "late line", 1);
     host.Call(logging, "Destructor");
+    EXPECT_EQ(LogRoute(fake), 0) << "the destructor stops libvlc's forwarding";
     host.PumpFor(50ms);
     EXPECT_TRUE(seen->raised.empty()) << "raised for a destroyed instance";
 }
