@@ -1,6 +1,5 @@
-// Handlers of the events suites record each raise as one line, the event's
-// name and its arguments ("MediaPlayerTimeChanged 500"), and whether it ran
-// off the main thread.
+// Handlers of the events suites record each raise as one line ("MediaPlayerTimeChanged 500")
+// and whether it ran off the main thread.
 #pragma once
 
 #include <sys/syscall.h>
@@ -50,15 +49,10 @@ void Record(REALobject, Args... args) {
     if (syscall(SYS_gettid) != getpid()) seen->offMainThread = true;
 }
 
-template <Name event, typename... Args>
-void* Handler() {
-    return reinterpret_cast<void*>(&Record<event, Args...>);
-}
-
 // A handler-table entry: the event recorded under its own name.
 template <Name event, typename... Args>
 std::pair<const std::string, void*> On() {
-    return {event.text, Handler<event, Args...>()};
+    return {event.text, reinterpret_cast<void*>(&Record<event, Args...>)};
 }
 
 // Reads the player's time when Stopped arrives: libvlc sends Stopped inside

@@ -1,7 +1,5 @@
-// A fake libvlc for the cases a real one cannot produce: missing functions,
-// odd answers, events and log lines from worker threads. Every function of the
-// plug-in's list exists as a weak default (fakevlc_defaults.cpp) answering what
-// the test set; the behaviour tests need is written out here and overrides it.
+// A fake libvlc for what a real one cannot produce: missing functions, odd answers,
+// events and log lines from worker threads. Overrides the weak defaults where tests need behaviour.
 #include <malloc.h>
 
 #include <algorithm>
@@ -35,8 +33,7 @@ struct Listener {
     bool operator==(const Listener&) const = default;
 };
 
-// What libvlc_video_set_callbacks and _set_format gave, and the copy a video
-// output takes when it opens: libvlc's memory output keeps both.
+// What libvlc_video_set_callbacks and _set_format gave; an opening output copies it, as libvlc's memory output does.
 struct Video {
     libvlc_video_lock_cb lock = nullptr;
     libvlc_video_unlock_cb unlock = nullptr;
@@ -50,8 +47,7 @@ struct Registry {
     std::map<std::string, Answer> answers;
     std::map<std::string, int64_t> calls, ints;
     std::map<std::string, std::string> texts;
-    std::map<libvlc_media_t*, int64_t> mediaRefs;
-    std::vector<libvlc_media_t*> media;  // allocated by fakevlc_new_media, freed by fakevlc_reset
+    std::map<libvlc_media_t*, int64_t> mediaRefs;  // keys allocated by fakevlc_new_media, freed by fakevlc_reset
     std::vector<Listener> listeners;
     libvlc_log_cb logCallback = nullptr;
     void* logData = nullptr;
@@ -66,25 +62,25 @@ struct State : Registry {
     std::mutex lock;
     std::recursive_mutex eventLock;  // held while callbacks run; recursive like libvlc's
 };
-
-State& S() {
-    static State* state = new State;  // lives as long as the process: callbacks may still run at exit
-    return *state;
-}
+State& gState = *new State;  // never destroyed: callbacks may still run at exit
 
 // Runs `f` on the registry under the fake's lock.
 template <typename F>
 auto Locked(F f) {
-    std::lock_guard<std::mutex> hold(S().lock);
-    return f(static_cast<Registry&>(S()));
+    std::lock_guard<std::mutex> hold(gState.lock);
+    return f(static_cast<Registry&>(gState));
 }
 
 using HoldEvents = std::lock_guard<std::recursive_mutex>;
 
-// Depth of event callbacks running on this thread (fakevlc_fire).
-thread_local int gInsideEventCallback = 0;
+thread_local int gInsideEventCallback = 0;  // depth of fakevlc_fire on this thread
 
 libvlc_event_manager_t* const kManager = reinterpret_cast<libvlc_event_manager_t*>(0xE7E47);
+
+[[noreturn]] void Abort(const std::string& why) {
+    fprintf(stderr, "fake libvlc: %s\n", why.c_str());
+    abort();
+}
 
 void Record(const std::string& key, const char* text) {
     Locked([&](Registry& r) { r.texts[key] = text ? text : "(null)"; });
@@ -94,7 +90,8 @@ void Record(const std::string& key, int64_t value) {
 }
 
 // Setters record their argument; getters answer it back, as a real output would.
-void CountAndRecord(const char* name, const char* argument, int64_t value) {
+template <typename Value>
+void CountAndRecord(const char* name, const char* argument, Value value) {
     Count(name);
     Record(std::string(name) + "." + argument, value);
 }
@@ -149,31 +146,25 @@ void ChangeMediaRefs(const char* name, libvlc_media_t* media, int by) {
     Count(name);
     bool known = Locked([&](Registry& r) {
         auto it = r.mediaRefs.find(media);
-        if (it == r.mediaRefs.end()) return false;
-        it->second += by;
-        return true;
+        if (it != r.mediaRefs.end()) it->second += by;
+        return it != r.mediaRefs.end();
     });
-    if (known) return;
-    fprintf(stderr, "fake libvlc: %s of %p, which is no media of the fake\n", name, static_cast<void*>(media));
-    abort();
+    if (!known) Abort(std::string(name) + " of an object that is no media of the fake");
 }
 
 }  // namespace
 
-// libvlc calls back holding locks its own functions take: from inside a
-// callback only these may be called; any other would deadlock in libvlc, and
-// the fake stops the process instead of hanging.
+// libvlc calls back holding locks its own functions take: inside a callback only
+// these may be called; any other would deadlock libvlc, so the fake stops instead.
 void Count(const char* name) {
     constexpr std::string_view allowed[] = {"libvlc_media_retain", "libvlc_media_release", "libvlc_event_attach",
                                             "libvlc_event_detach"};
-    if (gInsideEventCallback > 0 && std::find(std::begin(allowed), std::end(allowed), name) == std::end(allowed)) {
-        fprintf(stderr, "fake libvlc: %s called from inside an event callback: libvlc would deadlock\n", name);
-        abort();
-    }
+    if (gInsideEventCallback > 0 && std::find(std::begin(allowed), std::end(allowed), name) == std::end(allowed))
+        Abort(std::string(name) + " called from inside an event callback: libvlc would deadlock");
     Locked([&](Registry& r) { ++r.calls[name]; });
 }
 
-Answer AnswerOf(const char* name) { return Find(S().answers, name, Answer{}); }
+Answer AnswerOf(const char* name) { return Find(gState.answers, name, Answer{}); }
 
 }  // namespace fakevlc
 
@@ -193,14 +184,12 @@ libvlc_instance_t* libvlc_new(int argc, const char* const* argv) {
 
 // Answers a new media, or NULL when the test set the answer -1.
 libvlc_media_t* libvlc_media_new_path(libvlc_instance_t*, const char* path) {
-    Count("libvlc_media_new_path");
-    Record("libvlc_media_new_path.path", path);
+    CountAndRecord("libvlc_media_new_path", "path", path);
     return AnswerOf("libvlc_media_new_path").integer == -1 ? nullptr : fakevlc_new_media();
 }
 
-libvlc_media_t* libvlc_media_new_location(libvlc_instance_t*, const char* url) {
+libvlc_media_t* libvlc_media_new_location(libvlc_instance_t*, const char*) {
     Count("libvlc_media_new_location");
-    Record("libvlc_media_new_location.url", url);
     return fakevlc_new_media();
 }
 
@@ -241,8 +230,7 @@ FAKE_OBJECT(libvlc_media_list_player_t, libvlc_media_list_player_new, (libvlc_in
 FAKE_OBJECT(libvlc_equalizer_t, libvlc_audio_equalizer_new, (void))
 #undef FAKE_OBJECT
 
-// Every object shares one event manager; the test can make the getters answer
-// NULL by setting their answer to -1.
+// Every object shares one event manager; a getter answers NULL when its answer is set to -1.
 #define FAKE_EVENT_MANAGER(name, Source)                           \
     libvlc_event_manager_t* name(Source*) {                        \
         Count(#name);                                              \
@@ -258,7 +246,7 @@ FAKE_EVENT_MANAGER(libvlc_media_discoverer_event_manager, libvlc_media_discovere
 int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
                         void* data) {
     Count("libvlc_event_attach");
-    HoldEvents events(S().eventLock);
+    HoldEvents events(gState.eventLock);
     Locked([&](Registry& r) { r.listeners.push_back({manager, static_cast<int>(type), callback, data}); });
     return 0;
 }
@@ -267,7 +255,7 @@ int libvlc_event_attach(libvlc_event_manager_t* manager, libvlc_event_type_t typ
 void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t type, libvlc_callback_t callback,
                          void* data) {
     Count("libvlc_event_detach");
-    HoldEvents events(S().eventLock);
+    HoldEvents events(gState.eventLock);
     bool attached = Locked([&](Registry& r) {
         auto it = std::find(r.listeners.begin(), r.listeners.end(),
                             Listener{manager, static_cast<int>(type), callback, data});
@@ -275,10 +263,7 @@ void libvlc_event_detach(libvlc_event_manager_t* manager, libvlc_event_type_t ty
         r.listeners.erase(it);
         return true;
     });
-    if (attached) return;
-    fprintf(stderr, "fake libvlc: libvlc_event_detach of a listener that is not attached (type %d)\n",
-            static_cast<int>(type));
-    abort();
+    if (!attached) Abort("libvlc_event_detach of a listener that is not attached, type " + std::to_string(type));
 }
 
 // Stopping sends Stopped on the calling thread before it returns, as libvlc does.
@@ -324,18 +309,13 @@ void libvlc_video_set_callbacks(libvlc_media_player_t*, libvlc_video_lock_cb loc
 
 void libvlc_video_set_format(libvlc_media_player_t*, const char* chroma, unsigned width, unsigned height,
                              unsigned pitch) {
-    Count("libvlc_video_set_format");
-    Record("libvlc_video_set_format.chroma", chroma);
-    Record("libvlc_video_set_format.width", width);
-    Record("libvlc_video_set_format.height", height);
-    Record("libvlc_video_set_format.pitch", pitch);
+    CountAndRecord("libvlc_video_set_format", "chroma", chroma);
     Locked(
         [&](Registry& r) { std::tie(r.video.width, r.video.height, r.video.pitch) = std::tie(width, height, pitch); });
 }
 
 void libvlc_video_set_deinterlace(libvlc_media_player_t*, const char* mode) {
-    Count("libvlc_video_set_deinterlace");
-    Record("libvlc_video_set_deinterlace.mode", mode);
+    CountAndRecord("libvlc_video_set_deinterlace", "mode", mode);
 }
 
 int libvlc_audio_set_volume(libvlc_media_player_t*, int volume) {
@@ -358,7 +338,7 @@ void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, lib
 // Control functions (fakevlc_control.h).
 EXPORT void fakevlc_reset(void) {
     Locked([](Registry& r) {
-        for (libvlc_media_t* media : r.media) delete[] reinterpret_cast<char*>(media);
+        for (auto& [media, refs] : r.mediaRefs) delete[] reinterpret_cast<char*>(media);
         r = Registry{};
     });
 }
@@ -366,34 +346,24 @@ EXPORT void fakevlc_reset(void) {
 EXPORT void fakevlc_set_int(const char* f, int64_t value) {
     Locked([&](Registry& r) { r.answers[f].integer = value; });
 }
-EXPORT void fakevlc_set_double(const char* f, double value) {
-    Locked([&](Registry& r) { r.answers[f].real = value; });
-}
 EXPORT void fakevlc_set_ptr(const char* f, void* value) {
     Locked([&](Registry& r) { r.answers[f].pointer = value; });
 }
-EXPORT int64_t fakevlc_calls(const char* function) { return Find(S().calls, function, int64_t{0}); }
-EXPORT int64_t fakevlc_int(const char* key) { return Find(S().ints, key, int64_t{-999}); }
+EXPORT int64_t fakevlc_calls(const char* function) { return Find(gState.calls, function, int64_t{0}); }
+EXPORT int64_t fakevlc_int(const char* key) { return Find(gState.ints, key, int64_t{-999}); }
+EXPORT int64_t fakevlc_media_refs(libvlc_media_t* media) {
+    return Locked([&](Registry& r) { return r.mediaRefs.contains(media) ? r.mediaRefs[media] : 0; });
+}
 
 EXPORT const char* fakevlc_text(const char* key) {
-    return Locked([&](Registry& r) {
-        auto it = r.texts.find(key);
-        return it == r.texts.end() ? nullptr : it->second.c_str();
-    });
+    return Locked([&](Registry& r) { return r.texts.contains(key) ? r.texts[key].c_str() : nullptr; });
 }
 
 // Distinct addresses that the plug-in never dereferences.
 EXPORT libvlc_media_t* fakevlc_new_media(void) {
-    return Locked([](Registry& r) {
-        auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
-        r.media.push_back(media);
-        r.mediaRefs[media] = 1;
-        return media;
-    });
-}
-
-EXPORT int64_t fakevlc_media_refs(libvlc_media_t* media) {
-    return Locked([&](Registry& r) { return r.mediaRefs[media]; });
+    auto* media = reinterpret_cast<libvlc_media_t*>(new char[16]);
+    Locked([&](Registry& r) { r.mediaRefs[media] = 1; });
+    return media;
 }
 
 EXPORT libvlc_event_manager_t* fakevlc_event_manager(void) { return kManager; }
@@ -412,14 +382,10 @@ EXPORT int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_ca
 // Callbacks run with the event lock held, as libvlc's do: a callback that calls
 // back into libvlc (other than what libvlc allows there) would deadlock.
 EXPORT void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event) {
-    HoldEvents events(S().eventLock);
+    HoldEvents events(gState.eventLock);
     ++gInsideEventCallback;
     for (const Listener& l : ListenersOf(manager, event->type)) l.callback(event, l.data);
     --gInsideEventCallback;
-}
-
-EXPORT int fakevlc_log_route(void) {
-    return Locked([](Registry& r) { return r.logCallback != nullptr ? 1 : r.logStream != nullptr ? 2 : 0; });
 }
 
 EXPORT void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
@@ -434,6 +400,10 @@ EXPORT void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const lib
             }
         });
     for (auto& w : workers) w.join();
+}
+
+EXPORT int fakevlc_log_route(void) {
+    return Locked([](Registry& r) { return r.logCallback != nullptr ? 1 : r.logStream != nullptr ? 2 : 0; });
 }
 
 EXPORT void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text,
@@ -462,7 +432,7 @@ EXPORT void fakevlc_vout(int open) {
     });
 }
 
-// Holds the frame between lock and unlock for `milliseconds`, as a slow decoder would.
+// Holds the frame between lock and unlock, as a slow decoder would.
 EXPORT void fakevlc_hold_frame(int64_t milliseconds) {
     Video v = CurrentVideo();
     if (v.lock == nullptr) return;
@@ -477,20 +447,17 @@ EXPORT int fakevlc_render_frame(int64_t frame) {
     if (v.lock == nullptr) return 0;
     void* planes[3] = {nullptr, nullptr, nullptr};
     void* picture = v.lock(v.opaque, planes);
-    int result = 1;
-    if (planes[0] == nullptr || malloc_usable_size(planes[0]) < size_t{v.pitch} * v.height) {
-        result = -1;  // libvlc would write past the plane
-    } else {
-        for (unsigned y = 0; y < v.height; ++y) {
-            uint8_t* row = static_cast<uint8_t*>(planes[0]) + size_t{y} * v.pitch;
-            memset(row, 0xEE, v.pitch);
-            for (unsigned x = 0; x < v.width && 4 * (x + 1) <= v.pitch; ++x)
-                for (int c = 0; c < 4; ++c) row[4 * x + c] = fakevlc_pattern(x, y, frame, c);
-        }
+    // libvlc would write past a plane smaller than pitch x height.
+    bool fits = planes[0] != nullptr && malloc_usable_size(planes[0]) >= size_t{v.pitch} * v.height;
+    for (unsigned y = 0; fits && y < v.height; ++y) {
+        uint8_t* row = static_cast<uint8_t*>(planes[0]) + size_t{y} * v.pitch;
+        memset(row, 0xEE, v.pitch);
+        for (unsigned x = 0; x < v.width && 4 * (x + 1) <= v.pitch; ++x)
+            for (int c = 0; c < 4; ++c) row[4 * x + c] = fakevlc_pattern(x, y, frame, c);
     }
     if (v.unlock) v.unlock(v.opaque, picture, planes);
     if (v.display) v.display(v.opaque, picture);
-    return result;
+    return fits ? 1 : -1;
 }
 
 }  // extern "C"

@@ -1,7 +1,5 @@
-// Control side of the fake libvlc: set answers, read call counts and recorded
-// arguments, fire events, log lines and exit requests from other threads.
-// Tests reach it by dlopen()ing the same file the plug-in loaded (one handle,
-// one set of globals) through qrvtest::FakeVLC.
+// Control side of the fake libvlc, reached by dlopen()ing the file the plug-in
+// loaded (one handle, one set of globals) through qrvtest::FakeVLC.
 #pragma once
 
 #include <vlc/vlc.h>
@@ -11,26 +9,20 @@
 extern "C" {
 // Everything back to defaults: answers 0/NULL, counts 0, nothing recorded.
 void fakevlc_reset(void);
-// The answer of a function by its libvlc name, and how often it was called.
+// A function's answer by its libvlc name, and how often it was called.
 void fakevlc_set_int(const char* function, int64_t value);
-void fakevlc_set_double(const char* function, double value);
 void fakevlc_set_ptr(const char* function, void* value);
 int64_t fakevlc_calls(const char* function);
-// Arguments recorded by name: "libvlc_new.argv" (joined by '\n'), "libvlc_new.argc",
-// "libvlc_media_new_path.path", "libvlc_video_set_format.chroma", ...
+// Arguments recorded by name: "libvlc_new.argv" (joined by '\n'), "libvlc_video_set_format.chroma", ...
 const char* fakevlc_text(const char* key);
 int64_t fakevlc_int(const char* key);
 // A media object of the fake and its reference count.
 libvlc_media_t* fakevlc_new_media(void);
 int64_t fakevlc_media_refs(libvlc_media_t* media);
 
-// The event manager of every object (NULL when the getter's answer is -1).
-// As in libvlc, callbacks run under the event lock, stop sends Stopped before
-// it returns, and the fake aborts where libvlc would deadlock (a libvlc call
-// from a callback but media retain/release, event attach/detach) or abort
-// (detaching a listener that is not attached).
+// The one event manager (getters answer NULL when their answer is set to -1).
 libvlc_event_manager_t* fakevlc_event_manager(void);
-// Listeners libvlc_event_attach registered; the first one's callback, to call it as libvlc's threads do.
+// How many listeners are attached; the first one's callback, to call it as libvlc's threads do.
 int64_t fakevlc_attached(libvlc_event_manager_t* manager, int type);
 int fakevlc_listener(libvlc_event_manager_t* manager, int type, libvlc_callback_t* callback, void** data);
 // Fires on this thread; or `count` copies from each of `threads` new threads, joined before returning,
@@ -39,27 +31,23 @@ void fakevlc_fire(libvlc_event_manager_t* manager, const libvlc_event_t* event);
 void fakevlc_fire_from_threads(libvlc_event_manager_t* manager, const libvlc_event_t* event, int threads,
                                int64_t count);
 
-// Where libvlc's log goes: 0 nowhere, 1 the log callback, 2 a file (libvlc_log_set_file).
+// Where libvlc's log goes: 0 nowhere, 1 the log callback, 2 a file.
 int fakevlc_log_route(void);
-// Calls the log callback with "%s" and the text, or writes the text to libvlc's log file.
+// Calls the log callback with "%s" and the text, or writes the text to the log file.
 void fakevlc_log(int level, const char* module, const char* file, unsigned line, const char* text, int onNewThread);
 // Calls the exit handler on a new thread and joins it.
 void fakevlc_request_exit(void);
 
-// A video output opens (1) or closes (0). An open output keeps the callbacks
-// and the format it was opened with, as libvlc's memory output does.
+// A video output opens (1), keeping the callbacks and format set so far, or closes (0).
 void fakevlc_vout(int open);
-// Runs lock, writes frame `frame` of the pattern below (pitch bytes a row,
-// padding 0xEE) in the open output's format, else the last set, then unlock
-// and display. Answers 1; 0 without callbacks; -1, writing nothing, when the
-// plane is smaller than pitch x height.
+// Lock, frame `frame` of the pattern below (padding 0xEE) in the open output's format, else the last
+// set, unlock, display. Answers 1; 0 without callbacks; -1, writing nothing, when the plane is too small.
 int fakevlc_render_frame(int64_t frame);
-// Runs the lock callback, waits `milliseconds`, then the unlock callback.
+// Lock, wait `milliseconds`, unlock.
 void fakevlc_hold_frame(int64_t milliseconds);
 }
 
-// Byte c (memory order: 0 blue, 1 green, 2 red, 3 unused) of pixel (x, y) in
-// a rendered frame: every channel differs and depends on x, y and the frame.
+// Byte c (0 blue, 1 green, 2 red, 3 unused) of pixel (x, y): every channel depends on x, y and frame.
 inline uint8_t fakevlc_pattern(int64_t x, int64_t y, int64_t frame, int c) {
     const int64_t bytes[4] = {0x10 + 3 * x + frame, 0x80 + 5 * y + 7 * frame, 0xE0 ^ (x + 2 * y + 13 * frame),
                               29 * frame + 1};

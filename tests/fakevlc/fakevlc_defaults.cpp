@@ -1,5 +1,5 @@
-// Weak defaults of every function of the plug-in's list: count the call and
-// answer what the test set (0 or NULL otherwise). fakevlc.cpp overrides some.
+// Weak defaults of every function of the plug-in's list: count the call, answer
+// what the test set (0 or NULL otherwise). fakevlc.cpp overrides some.
 #include "tests/fakevlc/fakevlc_state.h"
 
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
