@@ -372,8 +372,9 @@ TEST_F(FakeEvents, StormFromFourThreadsKeepsEachThreadsOrderAndABacklogIsGivenBa
     fake.fireFromThreads(fake.eventManager(), &meta, 1, 200000);
     int64_t backlog = HeapInUse() - before;
     ASSERT_TRUE(host.PumpUntil([&] { return gStorm == 200000; }, 60000ms));
-    host.PumpFor(20ms);
-    EXPECT_LT(HeapInUse() - before, 1 << 20) << "kept after draining a backlog of " << backlog << " bytes";
+    // The spares go a few milliseconds after the queue drains (later on a loaded machine).
+    EXPECT_TRUE(host.PumpUntil([&] { return HeapInUse() - before < (1 << 20); }, 2000ms))
+        << "kept after draining a backlog of " << backlog << " bytes: " << HeapInUse() - before;
     EXPECT_EQ(gStormOutOfOrder, 0);
 }
 
