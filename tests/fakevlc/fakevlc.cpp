@@ -331,6 +331,12 @@ void libvlc_audio_set_mute(libvlc_media_player_t*, int status) {
 int libvlc_audio_get_mute(libvlc_media_player_t*) {
     return Recall("libvlc_audio_get_mute", "libvlc_audio_set_mute.status");
 }
+void libvlc_video_set_mouse_input(libvlc_media_player_t*, unsigned on) {
+    CountAndRecord("libvlc_video_set_mouse_input", "on", on);
+}
+void libvlc_video_set_key_input(libvlc_media_player_t*, unsigned on) {
+    CountAndRecord("libvlc_video_set_key_input", "on", on);
+}
 void libvlc_media_list_player_set_playback_mode(libvlc_media_list_player_t*, libvlc_playback_mode_t mode) {
     CountAndRecord("libvlc_media_list_player_set_playback_mode", "mode", mode);
 }

@@ -1,5 +1,6 @@
 // Instance, records and media paths observed through the fake libvlc, where
 // the real one cannot show what the plug-in handed over or freed.
+#include <malloc.h>
 #include <unistd.h>
 
 #include "tests/support/test_support.h"
@@ -179,6 +180,12 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     std::string path = fake.Text("libvlc_media_new_path.path");
     ASSERT_EQ(path.rfind("/tmp/temp.", 0), 0u) << path;
     EXPECT_NE(access(path.c_str(), F_OK), 0) << path << " should be gone";
+#if !defined(__SANITIZE_ADDRESS__)  // its allocator keeps no glibc counts
+    Value bytes = host.String("bytes");
+    int64_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 1000; ++i) host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, bytes});
+    EXPECT_LT(static_cast<int64_t>(mallinfo2().uordblks) - before, 16000) << "a refused media's path is freed";
+#endif
     EXPECT_TRUE(NothingRaised(host));
 
     // Values libvlc 3.0 would use unchecked as indexes raise before reaching it.
@@ -206,6 +213,16 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
 }
 
 // Bytes whose wrapper cannot be made are not released through a missing libvlc_media_release.
+// A media from bytes whose wrapper the host refuses goes back to libvlc.
+TEST(RefusedWrapper, MediaFromDataIsReleased) {
+    Host host({.refusedClasses = {"VLCMediaQRV"}});
+    FakeVLC fake;
+    ASSERT_TRUE(fake.LoadInto(host));
+    Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
+    EXPECT_TRUE(host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, host.String("bytes")}).IsNil());
+    EXPECT_EQ(fake.calls("libvlc_media_release"), 1);
+}
+
 TEST(PartialFake, MediaFromDataWithoutReleaseOrWrapper) {
     emu::HostOptions options;
     options.refusedClasses = {"VLCMediaQRV"};

@@ -176,6 +176,11 @@ TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
     EXPECT_TRUE(host->Call(player, "CopyPicture").IsNil());
     SetCallback(32767, 1);
     EXPECT_FALSE(host->Call(player, "CopyPicture").IsNil());
+    SetCallback(1, 32768);  // one pixel wide is a frame; 32768 rows are too many for a picture
+    EXPECT_TRUE(NothingRaised(*host));
+    EXPECT_TRUE(host->Call(player, "CopyPicture").IsNil());
+    SetCallback(1, 32767);
+    EXPECT_FALSE(host->Call(player, "CopyPicture").IsNil());
     EXPECT_TRUE(host->Call(player, "CopyCGImage").IsNil()) << "no image class here";
 }
 
@@ -237,6 +242,9 @@ TEST_F(Capture, LowByteAnswersNarrowedArgumentsAndTitlePositions) {
     ExpectAnswers(*host, player,
                   {{"get IsSeekable", 0}, {"get HasVOut", -56}, {"Play", 0}, {"get Mute", 1}, {"get Volume", -1}});
     EXPECT_EQ(fake.integer("libvlc_audio_set_mute.status"), 1);
+    host->Call(player, "VideoSetMouseInput", {Value::Bool(true)});
+    host->Call(player, "VideoSetKeyInput", {Value::Bool(true)});
+    EXPECT_EQ(fake.integer("libvlc_video_set_mouse_input.on") * 10 + fake.integer("libvlc_video_set_key_input.on"), 11);
     fake.setInt("libvlc_media_player_has_vout", 300);
     host->Set(player, "Volume", Value::Int((int64_t{1} << 32) + 40));
     EXPECT_EQ(fake.integer("libvlc_audio_set_volume.volume"), 40);
