@@ -25,6 +25,7 @@ struct HostOptions {
     std::set<std::string> refusedClasses;  // "PluginNewInstance" answers NULL for these
     bool brokenArrayLayout = false;        // arrays whose in-place header fails the plug-in's check
     bool memoryBlocksShort = false;        // MemoryBlock constructors make blocks smaller than asked
+    bool picturesShort = false;            // "newPicture" makes pictures with half the rows asked
     bool stringDataUnterminated = false;   // "PluginGetStringData" answers text without a trailing zero
     PictureKind pictures = PictureKind::Gd;
     bool callMain = true;    // call REALPluginMain on construction

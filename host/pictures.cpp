@@ -70,6 +70,7 @@ void PictureClearCache(REALobject picture) {
 // The host makes pictures of the depths its picture type has; others fail.
 REALobject NewPictureEntry(RBInteger width, RBInteger height, RBInteger depth) {
     if (width > 100000 || height > 100000) return nullptr;
+    if (Host::Current()->options().picturesShort) height /= 2;
     if (depth != 32 && depth != 24) return nullptr;
     return NewPictureObject(static_cast<int>(width), static_cast<int>(height));
 }

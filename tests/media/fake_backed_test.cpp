@@ -1,7 +1,11 @@
 // Instance, records and media paths observed through the fake libvlc, where
 // the real one cannot show what the plug-in handed over or freed.
+#include <fcntl.h>
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "tests/support/test_support.h"
 
@@ -213,6 +217,27 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
 }
 
 // Bytes whose wrapper cannot be made are not released through a missing libvlc_media_release.
+// Bytes that cannot all be written (a file size limit here) make no media and
+// leave no open descriptor, also when the temporary file got descriptor 3.
+TEST_F(WithFake, MediaFromDataThatCannotBeWrittenLeavesNoDescriptor) {
+    rlimit saved{}, limited{};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    limited = saved;
+    limited.rlim_cur = 2;
+    signal(SIGXFSZ, SIG_IGN);
+    int64_t made = fake.calls("libvlc_media_new_path");
+    int moved = fcntl(3, F_GETFD) != -1 ? fcntl(3, F_DUPFD_CLOEXEC, 10) : -1;
+    if (moved >= 0) close(3);
+    setrlimit(RLIMIT_FSIZE, &limited);
+    Value none = host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, host.String("bytes")});
+    setrlimit(RLIMIT_FSIZE, &saved);
+    bool stillOpen = fcntl(3, F_GETFD) != -1;
+    if (moved >= 0) dup2(moved, 3), close(moved);
+    EXPECT_TRUE(none.IsNil());
+    EXPECT_FALSE(stillOpen) << "the temporary file's descriptor";
+    EXPECT_EQ(fake.calls("libvlc_media_new_path"), made);
+}
+
 // A media from bytes whose wrapper the host refuses goes back to libvlc.
 TEST(RefusedWrapper, MediaFromDataIsReleased) {
     Host host({.refusedClasses = {"VLCMediaQRV"}});

@@ -76,11 +76,12 @@ const char kNoBuffer[] = "Failed to allocate 0 bytes of memory for picture buffe
 
 class Capture : public ::testing::Test {
 protected:
-    void Start(PictureKind pictures = PictureKind::Gd) {
+    void Start(PictureKind pictures = PictureKind::Gd, bool picturesShort = false) {
         player = vlc = Value();
         host.reset();
         HostOptions options;
         options.pictures = pictures;
+        options.picturesShort = picturesShort;
         host = std::make_unique<Host>(options);
         ASSERT_TRUE(fake.Loaded());
         fake.reset();
@@ -182,6 +183,20 @@ TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
     SetCallback(1, 32767);
     EXPECT_FALSE(host->Call(player, "CopyPicture").IsNil());
     EXPECT_TRUE(host->Call(player, "CopyCGImage").IsNil()) << "no image class here";
+}
+
+// A host picture with fewer rows than the frame gets only its own rows, quietly.
+TEST_F(Capture, APictureShorterThanAskedGetsOnlyItsRows) {
+    Start(PictureKind::Gd, true);
+    SetCallback(4, 6);
+    fake.renderFrame(1);
+    StderrCapture capture;
+    Value picture = host->Call(player, "CopyPicture");
+    EXPECT_EQ(capture.Finish(), "");
+    ASSERT_FALSE(picture.IsNil());
+    EXPECT_EQ(FirstWrong(
+                  4, 3, [&](int x, int y) { return host->PixelARGB(picture, x, y); }, Pattern(1, kOpaque)),
+              "");
 }
 
 // While the decoder holds a frame (lock to unlock), every reader waits.
