@@ -314,6 +314,22 @@ TEST(PartialFakeEvents, LogWithoutContextFunction) {
     EXPECT_EQ(local.raised, Lines{"Log hello 2 fake object <nil> <nil> <nil> 0"});
 }
 
+// Old hosts (records of version 9) keep each event's token behind a pointer.
+TEST(OldHostEvents, HandlersAreFoundThroughTheTokenRecord) {
+    Host host({.version = 2011.9});
+    Seen local{&host};
+    seen = &local;
+    FakeVLC fake;
+    ASSERT_TRUE(fake.LoadInto(host));
+    Value player = host.New("VLCMediaPlayerQRV", {host.New("VLCInstanceQRV", {host.StringArray({})})});
+    host.DefineSubclass("OldHostEvents", "VLCEventManagerQRV", {On<"MediaPlayerPlaying">()});
+    Value m = host.New("OldHostEvents", {player});
+    libvlc_event_t playing = Event(libvlc_MediaPlayerPlaying);
+    fake.fire(fake.eventManager(), &playing);
+    EXPECT_TRUE(host.PumpUntil([&] { return !local.raised.empty(); }, 2000ms));
+    EXPECT_EQ(local.raised, Lines{"MediaPlayerPlaying"});
+}
+
 TEST_F(FakeEvents, LogRoutesEndCleanly) {
     std::string path = std::filesystem::temp_directory_path() / ("qrv-fake-" + std::to_string(getpid()) + ".log");
     Value logging = LoggingInstance(host);
