@@ -81,6 +81,9 @@ RBInteger PictureGetType(REALobject picture) {
     return info->gd ? kPictureGDImagePtr : kPictureCairoContext;
 }
 
+// Pixel types of "REALBuildPictureFromBuffer"; anything else is read as BGRX.
+constexpr uint32_t kPixelRGB24 = 1, kPixelBGR24 = 2, kPixelXRGB32 = 3;
+
 REALobject BuildPictureFromBuffer(uint32_t width, uint32_t height, uint32_t pixelType, void* buffer,
                                   uint32_t rowBytes) {
     REALobject picture = NewPictureObject(static_cast<int>(width), static_cast<int>(height));

@@ -147,9 +147,6 @@ constexpr int kArrayOfStrings = 3;
 constexpr int kArrayOfObjects = 4;
 constexpr int kArrayOfInt64 = 11;
 
-// Pixel types of "REALBuildPictureFromBuffer".
-constexpr uint32_t kPixelRGB24 = 1, kPixelBGR24 = 2, kPixelXRGB32 = 3, kPixelBGRX32 = 4;
-
 // Text encodings (Core Foundation numbering).
 constexpr uint32_t kEncodingMacRoman = 0;
 constexpr uint32_t kEncodingUTF16 = 0x0100;
