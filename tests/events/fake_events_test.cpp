@@ -1,8 +1,5 @@
 // Event delivery with the fake libvlc: from worker threads to host handlers on the
 // main thread, converted, in order, never for what is gone, nothing kept in transit.
-#include <dlfcn.h>
-#include <malloc.h>
-
 #include <cstring>
 #include <deque>
 #include <filesystem>
@@ -42,15 +39,6 @@ Value LoggingInstance(Host& host) {
         "LoggingInstance", "VLCInstanceQRV",
         {On<"Log", REALstring, RBInteger, REALstring, REALstring, REALstring, REALstring, RBInteger>()});
     return host.New("LoggingInstance", {host.StringArray({})});
-}
-
-// Bytes the heap has handed out (the plain allocator; sanitizers keep their own).
-int64_t HeapInUse() { return static_cast<int64_t>(mallinfo2().uordblks); }
-
-// Where the fake's log goes: 0 nowhere, 1 the callback, 2 a file.
-int LogRoute(const FakeVLC& fake) {
-    static void* handle = dlopen(fake.path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    return reinterpret_cast<int (*)()>(dlsym(handle, "fakevlc_log_route"))();
 }
 
 class FakeEvents : public ::testing::Test {
@@ -215,9 +203,9 @@ TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInBoundedMemory) {
     // A blocked main loop does not make the queue grow with value events.
     int64_t events = getenv("QRV_STORM_EVENTS") ? atoll(getenv("QRV_STORM_EVENTS")) : 1000000;
     libvlc_event_t first = time(0);
-    int64_t before = HeapInUse();
+    int64_t before = qrvtest::HeapInUse();
     fake.fireFromThreads(fake.eventManager(), &first, 2, events / 2);
-    EXPECT_LT(HeapInUse() - before, 1 << 20) << "bytes held for " << events << " queued time events";
+    EXPECT_LT(qrvtest::HeapInUse() - before, 1 << 20) << "bytes held for " << events << " queued time events";
     host.PumpFor(50ms);
     ASSERT_EQ(seen->raised.size(), 5u) << "one time event delivered";
     EXPECT_TRUE(seen->raised[4] == "MediaPlayerTimeChanged " + std::to_string(events / 2 - 1) ||
@@ -262,16 +250,16 @@ TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
         Queue({Event(libvlc_MediaPlayerTimeChanged, i)});
         host.Call(gone, "Destructor");
     }
-    int64_t queued = HeapInUse();
+    int64_t queued = qrvtest::HeapInUse();
     host.PumpFor(50ms);
-    EXPECT_LT(HeapInUse(), queued - kManagers * 1024) << "each holds a slot per route: over 1 KiB";
+    EXPECT_LT(qrvtest::HeapInUse(), queued - kManagers * 1024) << "each holds a slot per route: over 1 KiB";
 #endif
 
     Value logging = LoggingInstance(host);
     host.Call(logging, "SetLogEvent");
     fake.log(3, "demux", "file.c", 1, "late line", 1);
     host.Call(logging, "Destructor");
-    EXPECT_EQ(LogRoute(fake), 0) << "the destructor stops libvlc's forwarding";
+    EXPECT_EQ(fake.logRoute(), 0) << "the destructor stops libvlc's forwarding";
     host.PumpFor(50ms);
     EXPECT_TRUE(seen->raised.empty()) << "raised for a destroyed instance";
 }
@@ -336,10 +324,10 @@ TEST_F(FakeEvents, LogRoutesEndCleanly) {
     Value file = host.FolderItem(path);
     int64_t locks = host.LockCount(file);
     host.Call(logging, "SetLogFile", {file});
-    EXPECT_EQ(LogRoute(fake), 2);
+    EXPECT_EQ(fake.logRoute(), 2);
     host.Call(logging, "SetLogEvent");
     host.Call(logging, "SetLogFile", {host.FolderItem("/nonexistent-dir/x.log")});
-    EXPECT_EQ(LogRoute(fake), 0) << "a failed SetLogFile ends the previous route";
+    EXPECT_EQ(fake.logRoute(), 0) << "a failed SetLogFile ends the previous route";
     fake.log(3, "demux", "file.c", 1, "after the route ended", 1);
     host.PumpFor(20ms);
     EXPECT_TRUE(seen->raised.empty());
@@ -352,7 +340,7 @@ TEST_F(FakeEvents, LogRoutesEndCleanly) {
     EXPECT_EQ(openFiles(), filesBefore) << "and closes the file";
     host.Call(logging, "SetLogFile", {file});
     host.Call(logging, "Destructor");
-    EXPECT_EQ(LogRoute(fake), 0) << "the destructor stops libvlc writing before the file closes";
+    EXPECT_EQ(fake.logRoute(), 0) << "the destructor stops libvlc writing before the file closes";
     EXPECT_EQ(host.LockCount(file), locks);
     std::filesystem::remove(path);
 }
@@ -397,13 +385,13 @@ TEST_F(FakeEvents, StormFromFourThreadsKeepsEachThreadsOrderAndABacklogIsGivenBa
     // What a backlog, posted while the main loop is blocked, took is given back once it drained.
     gStorm = 0;
     gNextPerThread.clear();
-    int64_t before = HeapInUse();
+    int64_t before = qrvtest::HeapInUse();
     fake.fireFromThreads(fake.eventManager(), &meta, 1, 200000);
-    int64_t backlog = HeapInUse() - before;
+    int64_t backlog = qrvtest::HeapInUse() - before;
     ASSERT_TRUE(host.PumpUntil([&] { return gStorm == 200000; }, 60000ms));
     // The spares go a few milliseconds after the queue drains (later on a loaded machine).
-    EXPECT_TRUE(host.PumpUntil([&] { return HeapInUse() - before < (1 << 20); }, 2000ms))
-        << "kept after draining a backlog of " << backlog << " bytes: " << HeapInUse() - before;
+    EXPECT_TRUE(host.PumpUntil([&] { return qrvtest::HeapInUse() - before < (1 << 20); }, 2000ms))
+        << "kept after draining a backlog of " << backlog << " bytes: " << qrvtest::HeapInUse() - before;
     EXPECT_EQ(gStormOutOfOrder, 0);
 }
 

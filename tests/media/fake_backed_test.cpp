@@ -1,7 +1,6 @@
 // Instance, records and media paths observed through the fake libvlc, where
 // the real one cannot show what the plug-in handed over or freed.
 #include <fcntl.h>
-#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -186,9 +185,9 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     EXPECT_NE(access(path.c_str(), F_OK), 0) << path << " should be gone";
 #if !defined(__SANITIZE_ADDRESS__)  // its allocator keeps no glibc counts
     Value bytes = host.String("bytes");
-    int64_t before = mallinfo2().uordblks;
+    int64_t before = qrvtest::HeapInUse();
     for (int i = 0; i < 1000; ++i) host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, bytes});
-    EXPECT_LT(static_cast<int64_t>(mallinfo2().uordblks) - before, 16000) << "a refused media's path is freed";
+    EXPECT_LT(qrvtest::HeapInUse() - before, 16000) << "a refused media's path is freed";
 #endif
     EXPECT_TRUE(NothingRaised(host));
 

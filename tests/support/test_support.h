@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <vlc/vlc.h>
 
+#include <malloc.h>
+
 #include <string>
 
 #include "host/emulator.h"
@@ -60,6 +62,9 @@ inline const char* const kClassNames[] = {"VLCInstanceQRV",
                                           "VLCEqualizerQRV",
                                           "VLCExitHandlerQRV",
                                           "VLCModuleDescriptionQRV"};
+
+// Bytes the heap has handed out (the plain allocator; sanitizers keep their own).
+inline int64_t HeapInUse() { return static_cast<int64_t>(mallinfo2().uordblks); }
 
 inline std::string SamplePath(const std::string& name) { return emu::SourceDir() + "/samples/" + name; }
 
@@ -136,11 +141,16 @@ class FakeVLC {
     Symbol Sym(const char* name) const { return {handle_ ? dlsym(handle_, name) : nullptr}; }
 
 public:
-    explicit FakeVLC(bool partial = false)
-        : handle_(dlopen(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH, RTLD_NOW)),
-          path(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH) {
+    explicit FakeVLC(bool partial = false) : FakeVLC(std::string(partial ? FAKEVLC_PARTIAL_PATH : FAKEVLC_PATH)) {}
+    // A copy of the fake at `file` (one the plug-in may have loaded already).
+    explicit FakeVLC(const std::string& file) : handle_(dlopen(file.c_str(), RTLD_NOW)), path(file) {
         if (reset) reset();
     }
+    ~FakeVLC() {
+        if (handle_ != nullptr) dlclose(handle_);
+    }
+    FakeVLC(const FakeVLC&) = delete;
+    FakeVLC& operator=(const FakeVLC&) = delete;
     bool Loaded() const { return handle_ != nullptr && reset != nullptr; }
     // Makes the plug-in of this host bind the fake.
     bool LoadInto(emu::Host& host) const {
@@ -166,6 +176,7 @@ public:
                             int64_t) = Sym("fakevlc_fire_from_threads");
     libvlc_event_manager_t* (*eventManager)() = Sym("fakevlc_event_manager");
     void (*log)(int, const char*, const char*, unsigned, const char*, int) = Sym("fakevlc_log");
+    int (*logRoute)() = Sym("fakevlc_log_route");
     void (*requestExit)() = Sym("fakevlc_request_exit");
     int (*renderFrame)(int64_t frame) = Sym("fakevlc_render_frame");
     void (*vout)(int open) = Sym("fakevlc_vout");

@@ -1,5 +1,4 @@
 // Runs the bad-input sweep over every class the plug-in registers.
-#include <dlfcn.h>
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -112,7 +111,7 @@ void RunPass(Pass pass) {
     }
 }
 
-// Where the dynamic string table (the names dlsym looks up) lies in an ELF file.
+// Where the dynamic string table (the names the loader looks up) lies in an ELF file.
 std::pair<size_t, size_t> DynamicStrings(const std::string& elf) {
     const auto* header = reinterpret_cast<const Elf64_Ehdr*>(elf.data());
     const auto* sections = reinterpret_cast<const Elf64_Shdr*>(elf.data() + header->e_shoff);
@@ -142,15 +141,11 @@ std::string FakeWithout(const std::string& function) {
 
 // The fake answers null for the services it does not model; here they get
 // a handle, so that their members get past the handle check.
-void MakeEveryConstructorAnswer(const std::string& fake) {
-    void* loaded = dlopen(fake.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(loaded, nullptr) << "the plug-in loaded " << fake;
-    auto setPtr = reinterpret_cast<void (*)(const char*, void*)>(dlsym(loaded, "fakevlc_set_ptr"));
-    ASSERT_NE(setPtr, nullptr);
+void MakeEveryConstructorAnswer(const qrvtest::FakeVLC& fake) {
+    ASSERT_TRUE(fake.Loaded()) << fake.path;
     static char service;
-    setPtr("libvlc_media_library_new", &service);
-    setPtr("libvlc_media_discoverer_new_from_name", &service);
-    dlclose(loaded);
+    fake.setPtr("libvlc_media_library_new", &service);
+    fake.setPtr("libvlc_media_discoverer_new_from_name", &service);
 }
 
 // Every member that names a libvlc function is called on an initialised
@@ -166,8 +161,9 @@ TEST(Sweep, EachMissingFunctionIsNamed) {
                 continue;
             }
             Host host;
-            host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)});
-            MakeEveryConstructorAnswer(fake);
+            qrvtest::FakeVLC copy(fake);
+            copy.LoadInto(host);
+            MakeEveryConstructorAnswer(copy);
             unlink(fake.c_str());
             for (const Member& member : MembersOf(*host.FindClass(className)->record)) {
                 if (member.key != e.member) continue;
@@ -189,7 +185,7 @@ TEST(Sweep, EachMemberCallsItsFunction) {
     Host host;
     qrvtest::FakeVLC fake;
     ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host));
-    MakeEveryConstructorAnswer(fake.path);
+    MakeEveryConstructorAnswer(fake);
     fake.setInt("libvlc_audio_equalizer_get_preset_count", 18);
     fake.setInt("libvlc_audio_equalizer_get_band_count", 10);
     Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
@@ -259,26 +255,22 @@ void CountLogLine(REALobject, REALstring, RBInteger, REALstring, REALstring, REA
 // instance is gone, so what the callback names must outlive the instance.
 // Freed memory is poisoned meanwhile, so that a use of it shows here too.
 TEST(Sweep, LogCallbackOutlivesAnInstanceLibvlcCannotStop) {
-    std::string fake = FakeWithout("libvlc_log_unset");
-    ASSERT_FALSE(fake.empty());
+    std::string path = FakeWithout("libvlc_log_unset");
+    ASSERT_FALSE(path.empty());
     Host host;
-    ASSERT_TRUE(host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(fake)}).AsBool());
-    void* loaded = dlopen(fake.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    unlink(fake.c_str());
-    ASSERT_NE(loaded, nullptr);
-    auto log = reinterpret_cast<void (*)(int, const char*, const char*, unsigned, const char*, int)>(
-        dlsym(loaded, "fakevlc_log"));
+    qrvtest::FakeVLC fake(path);
+    ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host));
+    unlink(path.c_str());
     host.DefineSubclass("LoggingInstance", "VLCInstanceQRV", {{"Log", reinterpret_cast<void*>(CountLogLine)}});
     Value logging = host.New("LoggingInstance", {host.StringArray({})});
     host.Call(logging, "SetLogEvent");
     gLogLines = 0;
     mallopt(M_PERTURB, 0xA5);
     logging = Value();
-    log(3, "demux", "file.c", 1, "after the instance", 1);
+    fake.log(3, "demux", "file.c", 1, "after the instance", 1);
     host.PumpFor(std::chrono::milliseconds(50));
     mallopt(M_PERTURB, 0);
     EXPECT_EQ(gLogLines, 0);
-    dlclose(loaded);
 }
 
 TEST(Sweep, EveryRegisteredMemberHasAnExpectation) {
