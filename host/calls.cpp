@@ -69,7 +69,7 @@ void Marshal(const std::string& type, const Value& value, Slot& slot) {
 Value Unmarshal(const std::string& type, const void* storage, bool owned) {
     if (IsIntegerType(type)) return Value::Int(*static_cast<const int64_t*>(storage));
     if (type == "uint32") return Value::UInt(*static_cast<const uint32_t*>(storage));
-    if (type == "boolean") return Value::Bool(*static_cast<const int8_t*>(storage) != 0);
+    if (type == "boolean") return Value::BoolByte(*static_cast<const int8_t*>(storage));
     if (type == "double") return Value::Dbl(*static_cast<const double*>(storage));
     if (type == "single") return Value::Sgl(*static_cast<const float*>(storage));
     void* p = *static_cast<void* const*>(storage);
@@ -321,7 +321,6 @@ Value Host::CallGetter(const REALproperty& property, const Value* self) {
     if (property.getter == kStandardAccessor) {
         BeginCall(state, *this);
         char* field = StandardField(property, self, type, "the standard getter");
-        if (type == "boolean") return Value::Bool(*reinterpret_cast<int8_t*>(field) != 0);
         return Unmarshal(type, field, false);
     }
     std::vector<ffi_type*> types;

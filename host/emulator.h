@@ -49,6 +49,9 @@ public:
     static Value Int(int64_t v);
     static Value UInt(uint32_t v);
     static Value Bool(bool v);
+    // A Boolean as the host reads it from the plug-in: the byte itself (true is 1;
+    // other non-zero bytes test true yet compare unequal to True).
+    static Value BoolByte(int8_t byte);
     static Value Dbl(double v);
     static Value Sgl(float v);
     static Value Pointer(void* v);

@@ -22,6 +22,12 @@ Value Value::Bool(bool v) {
     value.integer_ = v ? 1 : 0;
     return value;
 }
+Value Value::BoolByte(int8_t byte) {
+    Value value;
+    value.kind_ = Kind::Boolean;
+    value.integer_ = static_cast<uint8_t>(byte);
+    return value;
+}
 Value Value::Dbl(double v) {
     Value value;
     value.kind_ = Kind::Double;
