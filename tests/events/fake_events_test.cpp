@@ -91,7 +91,11 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithou
     // it); one lost after Listen still is.
     host.SetHandler("PlayingOnly", "MediaPlayerPaused", On<"MediaPlayerPaused">().second);
     host.SetHandler("PlayingOnly", "MediaPlayerPlaying", nullptr);
+    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
+    qrvtest::StderrCapture uninstall;
     host.Call(m, "Destructor");
+    EXPECT_NE(uninstall.Finish().find("QRV Debug: UninstallMediaPlayerPlaying\n"), std::string::npos);
+    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
     EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 0) << "everything attached is detached";
     EXPECT_EQ(fake.calls("libvlc_event_detach"), 2);
     EXPECT_EQ(host.Get(m, "Handle").AsInt(), 0);

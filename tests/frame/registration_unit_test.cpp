@@ -116,13 +116,20 @@ TEST(Registration, FlagRewritesAndDataSizesDependOnHostVersion) {
     };
     for (const Case& c : cases) {
         rbversion = c.version;
-        REALmethodDefinition methods[2] = {{nullptr, nullptr, "A", c.methodFlags, 0, nullptr},
-                                           {nullptr, nullptr, "B", 4, 0, nullptr}};
-        REALclassDefinition record{.name = "TestRecord", .methods = methods, .methodCount = 2, .mFlags = c.classFlags};
+        REALmethodDefinition methods[3] = {{nullptr, nullptr, "A", c.methodFlags, 0, nullptr},
+                                           {nullptr, nullptr, "B", 4, 0, nullptr},
+                                           {nullptr, nullptr, "Shared", c.methodFlags, 0, nullptr}};
+        REALclassDefinition record{.name = "TestRecord",
+                                   .methods = methods,
+                                   .methodCount = 2,
+                                   .mFlags = c.classFlags,
+                                   .sharedMethods = methods + 2,
+                                   .sharedMethodCount = 1};
         EXPECT_EQ(MyREALRegisterClass(&record), 1) << "registered";
         EXPECT_EQ(record.mFlags, c.expectClass) << c.version << " class " << c.classFlags;
         EXPECT_EQ(methods[0].mFlags, c.expectMethod) << c.version << " method " << c.methodFlags;
         EXPECT_EQ(methods[1].mFlags, 4u);
+        EXPECT_EQ(methods[2].mFlags, c.expectMethod) << c.version << " shared method " << c.methodFlags;
     }
 
     rbversion = 2010.029;

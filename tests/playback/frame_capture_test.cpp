@@ -76,12 +76,9 @@ const char kNoBuffer[] = "Failed to allocate 0 bytes of memory for picture buffe
 
 class Capture : public ::testing::Test {
 protected:
-    void Start(PictureKind pictures = PictureKind::Gd, bool picturesShort = false) {
+    void Start(HostOptions options = {}) {
         player = vlc = Value();
         host.reset();
-        HostOptions options;
-        options.pictures = pictures;
-        options.picturesShort = picturesShort;
         host = std::make_unique<Host>(options);
         ASSERT_TRUE(fake.Loaded());
         fake.reset();
@@ -186,9 +183,10 @@ TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
     EXPECT_TRUE(host->Call(player, "CopyCGImage").IsNil()) << "no image class here";
 }
 
-// A host picture with fewer rows than the frame gets only its own rows, quietly.
-TEST_F(Capture, APictureShorterThanAskedGetsOnlyItsRows) {
-    Start(PictureKind::Gd, true);
+// A host picture with fewer rows than the frame gets only its own rows, quietly;
+// a memory block smaller than the frame is refused with an exception.
+TEST_F(Capture, AHostGivingLessThanAskedIsNotWrittenPast) {
+    Start({.memoryBlocksShort = true, .picturesShort = true});
     SetCallback(4, 6);
     fake.renderFrame(1);
     StderrCapture capture;
@@ -198,6 +196,8 @@ TEST_F(Capture, APictureShorterThanAskedGetsOnlyItsRows) {
     EXPECT_EQ(FirstWrong(
                   4, 3, [&](int x, int y) { return host->PixelARGB(picture, x, y); }, Pattern(1, kOpaque)),
               "");
+    EXPECT_TRUE(host->Call(player, "CopyMemory").IsNil());
+    EXPECT_TRUE(Raised(*host, "OutOfMemoryException", "Failed to allocate a memoryblock with 96 bytes in size."));
 }
 
 // While the decoder holds a frame (lock to unlock), every reader waits.
@@ -223,7 +223,7 @@ TEST_F(Capture, ReadersWaitForTheFrameTheDecoderHolds) {
 TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
     std::string trace;
     for (PictureKind kind : {PictureKind::Cairo, PictureKind::Gd}) {
-        Start(kind);
+        Start({.pictures = kind});
         cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 24, 10);
         cairo_t* context = cairo_create(surface);
         SetCallback(24, 10, reinterpret_cast<int64_t>(context));
