@@ -13,6 +13,7 @@ using emu::Host;
 using emu::Value;
 using namespace eventstest;
 using qrvtest::FakeVLC;
+using qrvtest::HeapInUse;
 using namespace std::chrono_literals;
 
 // Storm handler: counts, and checks each thread's order (value = thread * 1e9 + sequence).
@@ -207,9 +208,9 @@ TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInBoundedMemory) {
     // A blocked main loop does not make the queue grow with value events.
     int64_t events = getenv("QRV_STORM_EVENTS") ? atoll(getenv("QRV_STORM_EVENTS")) : 1000000;
     libvlc_event_t first = time(0);
-    int64_t before = qrvtest::HeapInUse();
+    int64_t before = HeapInUse();
     fake.fireFromThreads(fake.eventManager(), &first, 2, events / 2);
-    EXPECT_LT(qrvtest::HeapInUse() - before, 1 << 20) << "bytes held for " << events << " queued time events";
+    EXPECT_LT(HeapInUse() - before, 1 << 20) << "bytes held for " << events << " queued time events";
     host.PumpFor(50ms);
     ASSERT_EQ(seen->raised.size(), 5u) << "one time event delivered";
     EXPECT_TRUE(seen->raised[4] == "MediaPlayerTimeChanged " + std::to_string(events / 2 - 1) ||
@@ -254,9 +255,9 @@ TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
         Queue({Event(libvlc_MediaPlayerTimeChanged, i)});
         host.Call(gone, "Destructor");
     }
-    int64_t queued = qrvtest::HeapInUse();
+    int64_t queued = HeapInUse();
     host.PumpFor(50ms);
-    EXPECT_LT(qrvtest::HeapInUse(), queued - kManagers * 1024) << "each holds a slot per route: over 1 KiB";
+    EXPECT_LT(HeapInUse(), queued - kManagers * 1024) << "each holds a slot per route: over 1 KiB";
 #endif
 
     Value logging = LoggingInstance(host);
@@ -389,13 +390,13 @@ TEST_F(FakeEvents, StormFromFourThreadsKeepsEachThreadsOrderAndABacklogIsGivenBa
     // What a backlog, posted while the main loop is blocked, took is given back once it drained.
     gStorm = 0;
     gNextPerThread.clear();
-    int64_t before = qrvtest::HeapInUse();
+    int64_t before = HeapInUse();
     fake.fireFromThreads(fake.eventManager(), &meta, 1, 200000);
-    int64_t backlog = qrvtest::HeapInUse() - before;
+    int64_t backlog = HeapInUse() - before;
     ASSERT_TRUE(host.PumpUntil([&] { return gStorm == 200000; }, 60000ms));
     // The spares go a few milliseconds after the queue drains (later on a loaded machine).
-    EXPECT_TRUE(host.PumpUntil([&] { return qrvtest::HeapInUse() - before < (1 << 20); }, 2000ms))
-        << "kept after draining a backlog of " << backlog << " bytes: " << qrvtest::HeapInUse() - before;
+    EXPECT_TRUE(host.PumpUntil([&] { return HeapInUse() - before < (1 << 20); }, 2000ms))
+        << "kept after draining a backlog of " << backlog << " bytes: " << HeapInUse() - before;
     EXPECT_EQ(gStormOutOfOrder, 0);
 }
 
