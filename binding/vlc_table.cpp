@@ -13,6 +13,6 @@ const Entry kEntries[] = {
 };
 
 const size_t kEntryCount = sizeof(kEntries) / sizeof(kEntries[0]);
-static_assert(sizeof(kEntries) / sizeof(kEntries[0]) == 254, "functions.def lists 254 functions");
+static_assert(sizeof(kEntries) / sizeof(kEntries[0]) == 290, "functions.def lists 290 functions");
 
 }  // namespace vlcfn

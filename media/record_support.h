@@ -28,3 +28,19 @@ REALobject NewRecordChain(const Node* node, const char* traceLabel, const REALcl
     *next = NewRecordChain<Data>(node->p_next, traceLabel, cls, fill);
     return object;
 }
+
+// The same from libvlc's arrays of node pointers (the 3.0 list getters).
+template <typename Data, typename Node, typename Fill>
+REALobject NewRecordChainFromArray(Node* const* nodes, size_t count, const char* traceLabel,
+                                   const REALclassDefinition& cls, Fill fill) {
+    TRACEF("%p", traceLabel, static_cast<const void*>(nodes));
+    REALobject head = nullptr;
+    REALobject* next = &head;
+    for (size_t i = 0; nodes != nullptr && i < count && nodes[i] != nullptr; ++i) {
+        REALobject object = REALnewInstance(cls.name);
+        if (object == nullptr) break;
+        *next = object;
+        next = fill(DataOf<Data>(object, cls), *nodes[i]);
+    }
+    return head;
+}

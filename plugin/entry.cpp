@@ -96,6 +96,12 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(ResolverFn
         &VLCEqualizerQRVClass,
         &VLCExitHandlerQRVClass,
         &VLCModuleDescriptionQRVClass,
+        &VLCMediaSlaveQRVClass,
+        &VLCMediaDiscovererDescriptionQRVClass,
+        &VLCRendererDiscovererQRVClass,
+        &VLCRendererItemQRVClass,
+        &VLCRendererDiscovererDescriptionQRVClass,
+        &VLCDialogQRVClass,
     };
     for (REALclassDefinition* record : classes) MyREALRegisterClass(record);
 }

@@ -25,7 +25,7 @@ void FixFlags(REALmethodDefinition* list, size_t count, const char* name);
 void FixFlags(REALproperty* list, size_t count, const char* name);
 RBInteger MyREALRegisterClass(REALclassDefinition* record);
 
-// The 19 class records, in registration order.
+// The class records, in registration order: the nineteen, then the libvlc 3.0 additions.
 extern REALclassDefinition VLCInstanceQRVClass;
 extern REALclassDefinition VLCMediaQRVClass;
 extern REALclassDefinition VLCMediaListQRVClass;
@@ -45,6 +45,12 @@ extern REALclassDefinition VLCMediaTrackQRVClass;
 extern REALclassDefinition VLCEqualizerQRVClass;
 extern REALclassDefinition VLCExitHandlerQRVClass;
 extern REALclassDefinition VLCModuleDescriptionQRVClass;
+extern REALclassDefinition VLCMediaSlaveQRVClass;
+extern REALclassDefinition VLCMediaDiscovererDescriptionQRVClass;
+extern REALclassDefinition VLCRendererDiscovererQRVClass;
+extern REALclassDefinition VLCRendererItemQRVClass;
+extern REALclassDefinition VLCRendererDiscovererDescriptionQRVClass;
+extern REALclassDefinition VLCDialogQRVClass;
 
 // An object's data block: the host wrote its position into the class record.
 template <typename T>

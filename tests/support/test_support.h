@@ -61,7 +61,13 @@ inline const char* const kClassNames[] = {"VLCInstanceQRV",
                                           "VLCMediaTrackQRV",
                                           "VLCEqualizerQRV",
                                           "VLCExitHandlerQRV",
-                                          "VLCModuleDescriptionQRV"};
+                                          "VLCModuleDescriptionQRV",
+                                          "VLCMediaSlaveQRV",
+                                          "VLCMediaDiscovererDescriptionQRV",
+                                          "VLCRendererDiscovererQRV",
+                                          "VLCRendererItemQRV",
+                                          "VLCRendererDiscovererDescriptionQRV",
+                                          "VLCDialogQRV"};
 
 // Bytes the heap has handed out (the plain allocator; sanitizers keep their own).
 inline int64_t HeapInUse() { return static_cast<int64_t>(mallinfo2().uordblks); }

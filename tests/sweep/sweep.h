@@ -109,6 +109,10 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
 
 std::vector<ClassSweep> MediaObjectSweeps();  // expect_media_objects.cpp
 std::vector<ClassSweep> PlaybackSweeps();     // expect_playback.cpp
+// The libvlc 3.0 additions; rows for a class named in more than one list add up.
+std::vector<ClassSweep> MediaFeatureSweeps();  // expect_media_features.cpp
+std::vector<ClassSweep> DialogSweeps();        // expect_dialogs.cpp
+std::vector<ClassSweep> DiscoverySweeps();     // expect_discovery.cpp
 
 // One way to call a registered member.
 struct Member {

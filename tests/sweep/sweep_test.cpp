@@ -46,8 +46,14 @@ bool TakesObject(const Member& m) {
 
 std::map<std::string, ClassSweep> Expectations() {
     std::map<std::string, ClassSweep> byClass;
-    for (std::vector<ClassSweep> part : {MediaObjectSweeps(), PlaybackSweeps()})
-        for (ClassSweep& sweep : part) byClass[sweep.className] = std::move(sweep);
+    for (std::vector<ClassSweep> part :
+         {MediaObjectSweeps(), PlaybackSweeps(), MediaFeatureSweeps(), DialogSweeps(), DiscoverySweeps()})
+        for (ClassSweep& sweep : part) {
+            auto [it, added] = byClass.try_emplace(sweep.className, sweep);
+            if (added) continue;
+            it->second.members.insert(it->second.members.end(), sweep.members.begin(), sweep.members.end());
+            if (!it->second.uninitialised) it->second.uninitialised = sweep.uninitialised;
+        }
     return byClass;
 }
 
