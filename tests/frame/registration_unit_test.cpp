@@ -166,8 +166,8 @@ TEST(FunctionTable, ListsEachOf290FunctionsOnceInLookupOrder) {
     }
     ASSERT_EQ(names.size(), 290u);
     EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 290u);
-    EXPECT_EQ((std::vector<std::string>{names[0], names[1], names[24], names[25], names[249], names[253],
-                                        names[254], names[289]}),
+    EXPECT_EQ((std::vector<std::string>{names[0], names[1], names[24], names[25], names[249], names[253], names[254],
+                                        names[289]}),
               (std::vector<std::string>{"libvlc_media_subitems", "libvlc_vlm_release", "libvlc_vlm_get_event_manager",
                                         "libvlc_errmsg", "libvlc_log_get_context", "libvlc_log_set_file",
                                         "libvlc_media_parse_with_options", "libvlc_media_new_callbacks"}));
