@@ -9,12 +9,12 @@
 #include "events/event_manager.h"
 
 // Route numbers: the 47 libvlc events by record index, then the Log and Exit
-// routes, the dialog events (login, question, progress, progress update,
-// cancel) and the renderer item events (added, deleted).
+// routes, the dialog events (error, login, question, progress, progress
+// update, cancel) and the renderer item events (added, deleted).
 inline constexpr size_t kLogRoute = kLog;
 inline constexpr size_t kExitRoute = kLog + 1;
 inline constexpr size_t kDialogRouteFirst = kLog + 2;
-inline constexpr size_t kDialogRouteCount = 5;
+inline constexpr size_t kDialogRouteCount = 6;
 inline constexpr size_t kRendererRouteFirst = kDialogRouteFirst + kDialogRouteCount;
 inline constexpr size_t kRendererRouteCount = 2;
 inline constexpr size_t kRouteCount = kRendererRouteFirst + kRendererRouteCount;

@@ -1,0 +1,1 @@
+// The fake libvlc's renderer discoverers and items.
