@@ -104,6 +104,8 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
     // No media list yet: what a program has right after New.
     if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
     if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
+    if (className == "VLCRendererDiscovererQRV")
+        return host.New("VLCRendererDiscovererQRV", {vlc, host.String("avahi_renderer")});
     return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
 }
 
