@@ -111,7 +111,7 @@ void AttachHandledEvents(REALobject self) {
     if (manager == nullptr) return;
     for (size_t i = 0; i < std::size(kItemRoutes); ++i) {
         if (LookupEventHandler(self, VLCRendererDiscovererQRVClass, i) == nullptr) continue;
-        TRACE(kItemRoutes[i].traceName);
+        TRACEF("%s", "Install", kItemRoutes[i].traceName);
         if (d.target == nullptr) d.target = NewDeliveryTarget(self);
         if (vlcfn::_libvlc_event_attach(manager, kItemRoutes[i].eventType, kItemCallbacks[i], d.target) == 0) {
             d.manager = manager;
