@@ -11,6 +11,7 @@
 
 #include "binding/library.h"
 #include "events/log_forwarding.h"
+#include "media/discovery.h"
 #include "media/records.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
@@ -174,6 +175,32 @@ static REALobject GetAudioFilterList(REALobject self) {
     return head;
 }
 
+// libvlc 3.0 answers an array of its own. It knows four categories and answers
+// none for others, which are not squeezed through its enumeration.
+static REALobject MediaDiscoverers(REALobject self, RBInteger category) {
+    GUARD_LIST_TFTFH(InstanceOf(self).handle, "MediaDiscoverers", libvlc_media_discoverer_list_get,
+                     libvlc_media_discoverer_list_release);
+    if (category < libvlc_media_discoverer_devices || category > libvlc_media_discoverer_localdirs) return nullptr;
+    libvlc_media_discoverer_description_t** services = nullptr;
+    size_t count = vlcfn::_libvlc_media_discoverer_list_get(
+        InstanceHandle(self), static_cast<libvlc_media_discoverer_category_t>(category), &services);
+    if (count == 0 || services == nullptr) return nullptr;
+    REALobject head = NewVLCMediaDiscovererDescriptionQRV(services, count);
+    vlcfn::_libvlc_media_discoverer_list_release(services, count);
+    return head;
+}
+
+static REALobject RendererDiscoverers(REALobject self) {
+    GUARD_LIST_TFTFH(InstanceOf(self).handle, "RendererDiscoverers", libvlc_renderer_discoverer_list_get,
+                     libvlc_renderer_discoverer_list_release);
+    libvlc_rd_description_t** services = nullptr;
+    size_t count = vlcfn::_libvlc_renderer_discoverer_list_get(InstanceHandle(self), &services);
+    if (count == 0 || services == nullptr) return nullptr;
+    REALobject head = NewVLCRendererDiscovererDescriptionQRV(services, count);
+    vlcfn::_libvlc_renderer_discoverer_list_release(services, count);
+    return head;
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
@@ -228,6 +255,8 @@ REALmethodDefinition kMethods[] = {
     QRV_METHOD(SetLogFile, "SetLogFile(File as FolderItem)"),
     QRV_METHOD(SetLogEvent, "SetLogEvent"),
     QRV_ASSIGN_METHOD(GetExitHandler, SetExitHandler, "ExitHandler as VLCExitHandlerQRV"),
+    QRV_METHOD(MediaDiscoverers, "MediaDiscoverers(category as integer) as VLCMediaDiscovererDescriptionQRV"),
+    QRV_METHOD(RendererDiscoverers, "RendererDiscoverers as VLCRendererDiscovererDescriptionQRV"),
 };
 
 REALattribute kHiddenAttribute[] = {{"Hidden", ""}};

@@ -29,6 +29,7 @@ static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALs
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc)) {
         rbText text(name);
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_discoverer_new_from_name(instance, text.GetUTF8()));
+        d.running = d.handle != 0;  // libvlc answers only a discoverer it started
     }
 }
 
@@ -55,6 +56,55 @@ static RBBoolean IsRunning(REALobject self) {
     return LowByte(vlcfn::_libvlc_media_discoverer_is_running(DiscovererHandle(self)));
 }
 
+// A discoverer made but not started; nil when libvlc has no such service (its
+// podcast service, for one, works only with a playlist and is refused here).
+static REALobject Create(REALobject vlc, REALstring name) {
+    TRACE("Create");
+    if (!VLC_NEED(libvlc_media_discoverer_new)) return nullptr;
+    int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
+    if (instance == 0) {
+        RaiseNilObjectException("vlc parameter is nil");
+        return nullptr;
+    }
+    rbText text(name);
+    libvlc_media_discoverer_t* discoverer =
+        vlcfn::_libvlc_media_discoverer_new(reinterpret_cast<libvlc_instance_t*>(instance), text.GetUTF8());
+    TRACEF("%p", "handle", static_cast<void*>(discoverer));
+    if (discoverer == nullptr) return nullptr;
+    REALobject object = REALnewInstance(VLCMediaDiscovererQRVClass.name);
+    if (object == nullptr) {
+        if (vlcfn::_libvlc_media_discoverer_release != nullptr) vlcfn::_libvlc_media_discoverer_release(discoverer);
+        return nullptr;
+    }
+    ServiceData& d = DiscovererOf(object);
+    d.handle = reinterpret_cast<int64_t>(discoverer);
+    REALLockObject(vlc);
+    d.vlc = vlc;
+    return object;
+}
+
+// A running discoverer is stopped first, so that it restarts.
+static RBBoolean Start(REALobject self) {
+    GUARD_HTF(DiscovererOf(self).handle, "Start", libvlc_media_discoverer_start, false);
+    ServiceData& d = DiscovererOf(self);
+    if (d.running != 0) {
+        if (vlcfn::_libvlc_media_discoverer_stop == nullptr) return true;  // it runs, and cannot restart
+        vlcfn::_libvlc_media_discoverer_stop(DiscovererHandle(self));
+        d.running = 0;
+    }
+    d.running = vlcfn::_libvlc_media_discoverer_start(DiscovererHandle(self)) == 0;
+    return d.running != 0;
+}
+
+// Stopping a discoverer that does not run does nothing.
+static void Stop(REALobject self) {
+    GUARD_HTF(DiscovererOf(self).handle, "Stop", libvlc_media_discoverer_stop, );
+    ServiceData& d = DiscovererOf(self);
+    if (d.running == 0) return;
+    vlcfn::_libvlc_media_discoverer_stop(DiscovererHandle(self));
+    d.running = 0;
+}
+
 namespace {
 
 REALproperty kProperties[] = {
@@ -68,6 +118,19 @@ REALmethodDefinition kMethods[] = {
     QRV_METHOD(GetMediaList, "MediaList as VLCMediaListQRV"),
     QRV_METHOD(GetLocalizedName, "LocalizedName as string"),
     QRV_METHOD(IsRunning, "IsRunning as boolean"),
+    QRV_METHOD(Start, "Start as boolean"),
+    QRV_METHOD(Stop, "Stop"),
+};
+
+REALmethodDefinition kSharedMethods[] = {
+    QRV_METHOD(Create, "Create(vlc as VLCInstanceQRV, name as string) as VLCMediaDiscovererQRV"),
+};
+
+REALconstant kConstants[] = {
+    QRV_CONSTANT("kCategoryDevices = 0"),
+    QRV_CONSTANT("kCategoryLAN = 1"),
+    QRV_CONSTANT("kCategoryPodcasts = 2"),
+    QRV_CONSTANT("kCategoryLocalDirs = 3"),
 };
 
 }  // namespace
@@ -80,5 +143,9 @@ REALclassDefinition VLCMediaDiscovererQRVClass = {
     .propertyCount = std::size(kProperties),
     .methods = kMethods,
     .methodCount = std::size(kMethods),
+    .constants = kConstants,
+    .constantCount = std::size(kConstants),
     .mFlags = kFlagConsoleSafe,
+    .sharedMethods = kSharedMethods,
+    .sharedMethodCount = std::size(kSharedMethods),
 };

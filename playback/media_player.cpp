@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+#include "media/discovery.h"
 #include "media/equalizer.h"
 #include "media/instance.h"
 #include "media/media.h"
@@ -514,6 +515,9 @@ REALmethodDefinition kMethods[] = {
     QRV_METHOD(CopyToMemory, "CopyToMemory(dest as Ptr, offset as integer, RowBytes as integer) as boolean"),
     QRV_METHOD_FLAGS(CopyPicture, "CopyPicture as Picture", kFlagPictureMarker),
     QRV_METHOD_FLAGS(CopyCGImage, "CopyCGImage as Variant", kFlagPictureMarker),
+    QRV_METHOD(SetRenderer, "SetRenderer(item as VLCRendererItemQRV) as boolean"),
+    QRV_METHOD_FLAGS(SnapshotPicture, "SnapshotPicture(width as integer, height as integer) as Picture",
+                     kFlagPictureMarker),
 };
 
 REALconstant kConstants[] = {

@@ -67,3 +67,11 @@ bool PlatformNativePictureGeometry(const REALpictureDescription& description, Pi
 uint32_t PlatformNativePictureType();
 // Tells the native storage that its pixels were written.
 void PlatformNativePictureWritten(const REALpictureDescription& description);
+
+// ---- snapshot files ------------------------------------------------------------
+
+// Decodes the PNG file at `path` into width x height pixels (rows of width * 4
+// bytes, scaled when the file has another size), in the byte order
+// WritePictureRow reads frames in on this platform: B, G, R, x on Linux (cairo),
+// R, G, B, x on macOS (Core Graphics). False when the file is no readable PNG.
+bool PlatformDecodePNGFile(const char* path, uint8_t* pixels, int64_t width, int64_t height);

@@ -178,3 +178,25 @@ bool PlatformNativePictureGeometry(const REALpictureDescription& description, Pi
 }
 
 void PlatformNativePictureWritten(const REALpictureDescription&) {}
+
+// ---- snapshot files ------------------------------------------------------------
+
+bool PlatformDecodePNGFile(const char* path, uint8_t* pixels, int64_t width, int64_t height) {
+    CGDataProviderRef file = CGDataProviderCreateWithFilename(path);
+    if (file == nullptr) return false;
+    CGImageRef image = CGImageCreateWithPNGDataProvider(file, nullptr, false, kCGRenderingIntentDefault);
+    CGDataProviderRelease(file);
+    if (image == nullptr) return false;
+    CGColorSpaceRef space = CGColorSpaceCreateDeviceRGB();
+    // Big-endian words with the skipped byte last: R, G, B, x in memory.
+    CGContextRef context = CGBitmapContextCreate(
+        pixels, static_cast<size_t>(width), static_cast<size_t>(height), 8, static_cast<size_t>(width) * 4, space,
+        static_cast<uint32_t>(kCGImageAlphaNoneSkipLast) | static_cast<uint32_t>(kCGBitmapByteOrder32Big));
+    CGColorSpaceRelease(space);
+    if (context != nullptr) {
+        CGContextDrawImage(context, CGRectMake(0, 0, static_cast<CGFloat>(width), static_cast<CGFloat>(height)), image);
+        CGContextRelease(context);
+    }
+    CGImageRelease(image);
+    return context != nullptr;
+}

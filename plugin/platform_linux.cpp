@@ -213,3 +213,27 @@ bool PlatformNativePictureGeometry(const REALpictureDescription& description, Pi
 void PlatformNativePictureWritten(const REALpictureDescription& description) {
     if (auto* cr = static_cast<cairo_t*>(description.pictureData)) cairo_surface_mark_dirty(cairo_get_target(cr));
 }
+
+// ---- snapshot files ------------------------------------------------------------
+
+bool PlatformDecodePNGFile(const char* path, uint8_t* pixels, int64_t width, int64_t height) {
+    cairo_surface_t* png = cairo_image_surface_create_from_png(path);
+    int fileWidth = cairo_image_surface_get_width(png), fileHeight = cairo_image_surface_get_height(png);
+    bool decoded = cairo_surface_status(png) == CAIRO_STATUS_SUCCESS && fileWidth > 0 && fileHeight > 0;
+    if (decoded) {
+        int w = static_cast<int>(width), h = static_cast<int>(height);
+        cairo_surface_t* target = cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_RGB24, w, h, w * 4);
+        cairo_t* cr = cairo_create(target);
+        cairo_scale(cr, static_cast<double>(w) / fileWidth, static_cast<double>(h) / fileHeight);
+        cairo_set_source_surface(cr, png, 0, 0);
+        cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);  // no dark edges when scaling
+        cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+        cairo_paint(cr);
+        decoded = cairo_status(cr) == CAIRO_STATUS_SUCCESS;
+        cairo_destroy(cr);
+        cairo_surface_flush(target);
+        cairo_surface_destroy(target);
+    }
+    cairo_surface_destroy(png);
+    return decoded;
+}

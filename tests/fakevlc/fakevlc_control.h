@@ -45,6 +45,15 @@ void fakevlc_vout(int open);
 int fakevlc_render_frame(int64_t frame);
 // Lock, wait `milliseconds`, unlock.
 void fakevlc_hold_frame(int64_t milliseconds);
+
+// A renderer item held once by the fake, and its reference count (-1: no item of the fake).
+libvlc_renderer_item_t* fakevlc_new_renderer_item(const char* name, const char* type, const char* iconURI, int flags);
+int64_t fakevlc_renderer_item_refs(const libvlc_renderer_item_t* item);
+// What the last libvlc_media_player_set_renderer was given.
+libvlc_renderer_item_t* fakevlc_player_renderer(void);
+// The event manager of every renderer discoverer; fires ItemAdded or ItemDeleted there from a new thread.
+libvlc_event_manager_t* fakevlc_renderer_event_manager(void);
+void fakevlc_fire_renderer_item(int type, libvlc_renderer_item_t* item);
 }
 
 // Byte c (0 blue, 1 green, 2 red, 3 unused) of pixel (x, y): every channel depends on x, y and frame.

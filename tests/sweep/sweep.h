@@ -92,7 +92,7 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
         return list;
     }
     if (className == "VLCMediaLibraryQRV") return host.New("VLCMediaLibraryQRV", {vlc});
-    if (className == "VLCMediaDiscovererQRV") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("podcast")});
+    if (className == "VLCMediaDiscovererQRV") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("video_dir")});
     if (className == "VLCMediaPlayerQRV") {
         // With a frame buffer, so that the copy members have something to copy.
         Value player = host.New("VLCMediaPlayerQRV", {media});
@@ -104,6 +104,8 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
     // No media list yet: what a program has right after New.
     if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
     if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
+    if (className == "VLCRendererDiscovererQRV")
+        return host.New("VLCRendererDiscovererQRV", {vlc, host.String("avahi_renderer")});
     return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
 }
 

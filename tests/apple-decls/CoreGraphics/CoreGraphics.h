@@ -32,7 +32,7 @@ enum {
     kCGImageAlphaNoneSkipLast = 5,
     kCGImageAlphaNoneSkipFirst = 6,
 };
-enum { kCGBitmapByteOrderMask = 0x7000, kCGBitmapByteOrder32Little = (2 << 12) };
+enum { kCGBitmapByteOrderMask = 0x7000, kCGBitmapByteOrder32Little = (2 << 12), kCGBitmapByteOrder32Big = (4 << 12) };
 enum { kCGRenderingIntentDefault = 0 };
 
 struct CGDataProviderDirectCallbacks {
@@ -65,6 +65,11 @@ size_t CGBitmapContextGetBitsPerPixel(CGContextRef context);
 size_t CGBitmapContextGetBytesPerRow(CGContextRef context);
 CGImageAlphaInfo CGBitmapContextGetAlphaInfo(CGContextRef context);
 CGBitmapInfo CGBitmapContextGetBitmapInfo(CGContextRef context);
+CGDataProviderRef CGDataProviderCreateWithFilename(const char* filename);
+CGImageRef CGImageCreateWithPNGDataProvider(CGDataProviderRef source, const CGFloat* decode, bool shouldInterpolate,
+                                            CGColorRenderingIntent intent);
+CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent, size_t bytesPerRow,
+                                   CGColorSpaceRef space, uint32_t bitmapInfo);
 }
 
 inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
