@@ -104,6 +104,7 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
     // No media list yet: what a program has right after New.
     if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
     if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
+    if (className == "VLCDialogQRV") return host.New("VLCDialogQRV", {vlc});
     return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
 }
 
