@@ -2,11 +2,11 @@
 // most once, and never left waiting when nobody handles it or its object goes.
 #include <dlfcn.h>
 
-#include <future>
 #include <sstream>
 #include <thread>
 
 #include "tests/events/recorder.h"
+#include "tests/events/watchdog.h"
 #include "tests/fakevlc/fakevlc_control.h"
 
 namespace {
@@ -15,26 +15,6 @@ using emu::Host;
 using emu::Value;
 using namespace eventstest;
 using namespace std::chrono_literals;
-
-// A hang fails the test instead of waiting for the suite's timeout.
-class Watchdog {
-public:
-    explicit Watchdog(std::chrono::seconds limit)
-        : thread_([this, limit] {
-              if (finished_.get_future().wait_for(limit) == std::future_status::timeout) {
-                  fprintf(stderr, "watchdog: the test hung\n");
-                  abort();
-              }
-          }) {}
-    ~Watchdog() {
-        finished_.set_value();
-        thread_.join();
-    }
-
-private:
-    std::promise<void> finished_;
-    std::thread thread_;
-};
 
 // The fake's dialog controls (fakevlc_control.h), from the file the plug-in loaded.
 struct FakeDialogs {
