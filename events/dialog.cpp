@@ -244,7 +244,11 @@ void CancelDialog(void*, libvlc_dialog_id* id) {
     auto it = FindOpen(r, id);
     if (it == r.open.end()) return;
     DialogRecord* record = NewRecord({});
-    if (record == nullptr) return;
+    if (record == nullptr) {  // nobody could be told: the dialog ends here
+        r.open.erase(it);
+        DismissId(id);
+        return;
+    }
     record->number = it->first;
     record->answerUnlessRaised = true;
     Post(it->second.owner, kCancelRoute, record);

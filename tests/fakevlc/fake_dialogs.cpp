@@ -104,6 +104,24 @@ void CancelOpen(libvlc_instance_t* instance, const Registration& through) {
         Call([&] { through.cbs.pf_cancel(through.data, reinterpret_cast<libvlc_dialog_id*>(d)); });
 }
 
+// libvlc shows a dialog only when its callback is there, and for those that
+// take an answer the cancel callback too (for progress also the update).
+bool Asks(const libvlc_dialog_cbs* cbs, int kind) {
+    if (cbs == nullptr) return false;
+    switch (kind) {
+        case 0:
+            return cbs->pf_display_error != nullptr;
+        case 1:
+            return cbs->pf_display_login != nullptr && cbs->pf_cancel != nullptr;
+        case 2:
+            return cbs->pf_display_question != nullptr && cbs->pf_cancel != nullptr;
+        case 3:
+            return cbs->pf_display_progress != nullptr && cbs->pf_cancel != nullptr &&
+                   cbs->pf_update_progress != nullptr;
+    }
+    return false;
+}
+
 }  // namespace
 
 extern "C" {
@@ -152,12 +170,7 @@ EXPORT int64_t fakevlc_dialog_raise(libvlc_instance_t* instance, int kind, const
             auto it = gDialogs.registrations.find(instance);
             const libvlc_dialog_cbs* cbs = it != gDialogs.registrations.end() ? &it->second.cbs : nullptr;
             void* data = cbs != nullptr ? it->second.data : nullptr;
-            // libvlc asks only when the callback and the cancel callback are there.
-            void* needed[] = {nullptr, reinterpret_cast<void*>(cbs ? cbs->pf_display_login : nullptr),
-                              reinterpret_cast<void*>(cbs ? cbs->pf_display_question : nullptr),
-                              reinterpret_cast<void*>(cbs ? cbs->pf_display_progress : nullptr)};
-            if (cbs == nullptr ||
-                (kind == 0 ? cbs->pf_display_error == nullptr : needed[kind] == nullptr || cbs->pf_cancel == nullptr)) {
+            if (!Asks(cbs, kind)) {
                 shown.set_value(0);
                 return;
             }
