@@ -3,7 +3,8 @@
 // and post it; the main thread raises it. The host sees a dialog as a number:
 // libvlc frees its dialog id once it is answered, so only numbers still open
 // reach libvlc, and each at most once. A dialog nobody handles is dismissed,
-// or the libvlc thread that asked would wait for good.
+// or the libvlc thread that asked would wait for good. Members test the
+// handle, trace, then test the libvlc function (GUARD_HTF).
 #include <cstdlib>
 #include <cstring>
 #include <map>
