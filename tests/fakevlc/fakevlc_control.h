@@ -54,6 +54,21 @@ libvlc_renderer_item_t* fakevlc_player_renderer(void);
 // The event manager of every renderer discoverer; fires ItemAdded or ItemDeleted there from a new thread.
 libvlc_event_manager_t* fakevlc_renderer_event_manager(void);
 void fakevlc_fire_renderer_item(int type, libvlc_renderer_item_t* item);
+
+// Dialogs, kinds 0 error, 1 login, 2 question, 3 progress. Raised through the callbacks `instance` holds
+// from a new thread, as libvlc's modules do; answers the dialog's number once the callback returned (0 when
+// the instance holds none for it). A login or question thread then waits up to `waitMs` for the answer.
+// Texts: `title`, "Fake text", then login "guest" (askStore true); question WARNING, "Cancel", "Yes",
+// NULL; progress 0.25, determinate, "Cancel". Answering an id that is not open stops the process.
+int64_t fakevlc_dialog_raise(libvlc_instance_t* instance, int kind, const char* title, int64_t waitMs);
+// libvlc cancels, or updates the progress of, a dialog still open and not cancelled; 1 when called back.
+int fakevlc_dialog_cancel(int64_t number);
+int fakevlc_dialog_update(int64_t number, double position, const char* text);
+// How it was answered, waiting up to `waitMs`: "login USER PASSWORD store|once", "action N", "dismissed",
+// "shown" (an error), "open"; "none" for a number never raised.
+const char* fakevlc_dialog_outcome(int64_t number, int64_t waitMs);
+// The user data of the callbacks `instance` holds, null when none.
+void* fakevlc_dialog_data(libvlc_instance_t* instance);
 }
 
 // Byte c (0 blue, 1 green, 2 red, 3 unused) of pixel (x, y): every channel depends on x, y and frame.

@@ -106,6 +106,7 @@ inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const st
     if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
     if (className == "VLCRendererDiscovererQRV")
         return host.New("VLCRendererDiscovererQRV", {vlc, host.String("avahi_renderer")});
+    if (className == "VLCDialogQRV") return host.New("VLCDialogQRV", {vlc});
     return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
 }
 
