@@ -1,0 +1,122 @@
+// VLCMediaQRV.MediaWithMemoryBlock: a media whose bytes libvlc reads straight
+// from a host memory block through its stream callbacks, without a copy. The
+// block stays locked for as long as libvlc's media lives, which can be longer
+// than the wrapper (a player holds the media): libvlc announces the end with
+// MediaFreed, sent inside the last libvlc_media_release on whichever thread
+// releases it.
+#include <sys/types.h>
+#include <vlc/vlc.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <thread>
+
+#include "media/instance.h"
+#include "media/media.h"
+#include "plugin/guard.h"
+#include "plugin/host_entries.h"
+#include "plugin/platform.h"
+
+namespace {
+
+// What every open of one media reads; lives until libvlc frees the media.
+struct BlockSource {
+    REALmemoryBlock block;  // locked
+    const uint8_t* bytes;
+    uint64_t size;               // read once, when the media is made
+    std::thread::id mainThread;  // the host calls the plug-in on its main thread only
+};
+
+// One open of the media, with its own position: libvlc may open a media more
+// than once (a parse, then playback), also at the same time.
+struct BlockReader {
+    const BlockSource* source;
+    uint64_t position;
+};
+
+int OpenBlock(void* opaque, void** reader, uint64_t* size) {
+    const auto* source = static_cast<const BlockSource*>(opaque);
+    *reader = new (std::nothrow) BlockReader{source, 0};
+    *size = source->size;
+    return *reader != nullptr ? 0 : -1;
+}
+
+ssize_t ReadBlock(void* opaque, unsigned char* buffer, size_t length) {
+    auto* reader = static_cast<BlockReader*>(opaque);
+    const BlockSource& source = *reader->source;
+    size_t count = static_cast<size_t>(std::min<uint64_t>(length, source.size - reader->position));
+    if (count > 0) memcpy(buffer, source.bytes + reader->position, count);
+    reader->position += count;
+    return static_cast<ssize_t>(count);
+}
+
+// The end itself is a valid position (the next read answers 0); past it is not.
+int SeekBlock(void* opaque, uint64_t offset) {
+    auto* reader = static_cast<BlockReader*>(opaque);
+    if (offset > reader->source->size) return -1;
+    reader->position = offset;
+    return 0;
+}
+
+void CloseBlock(void* opaque) { delete static_cast<BlockReader*>(opaque); }
+
+// Main thread only: host objects are unlocked nowhere else.
+void GiveBackBlock(void* data) {
+    auto* source = static_cast<BlockSource*>(data);
+    REALUnlockObject(source->block);
+    delete source;
+}
+
+// Inside libvlc's last release, holding the media's event lock: no libvlc call
+// here. On the main thread the block goes back at once, so a program that
+// never runs its main loop again does not keep it; elsewhere it is posted.
+void OnMediaFreed(const libvlc_event_t*, void* data) {
+    auto* source = static_cast<BlockSource*>(data);
+    if (std::this_thread::get_id() == source->mainThread)
+        GiveBackBlock(source);
+    else
+        PlatformPostToMainThread(GiveBackBlock, source);
+}
+
+}  // namespace
+
+// Checks in the order of the other MediaWith factories: trace, the functions,
+// the instance, then the data. Without the freed notice nothing would tell
+// when the block can go back, so its functions are needed as well.
+REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data) {
+    TRACE("MediaWithMemoryBlock");
+    if (!VLC_NEED(libvlc_media_new_callbacks) || !VLC_NEED(libvlc_media_event_manager) ||
+        !VLC_NEED(libvlc_event_attach) || !VLC_NEED(libvlc_media_release))
+        return nullptr;
+    auto* instance = reinterpret_cast<libvlc_instance_t*>(HandleOf(vlc, VLCInstanceQRVClass));
+    if (instance == nullptr) {
+        RaiseNilObjectException("vlc parameter is nil");
+        return nullptr;
+    }
+    if (data == nullptr) {
+        RaiseNilObjectException("data parameter is nil");
+        return nullptr;
+    }
+    const auto* bytes = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(data));
+    RBInteger size = REALMemoryBlockGetSize(data);
+    auto* source = new (std::nothrow) BlockSource{
+        data, bytes, bytes != nullptr && size > 0 ? static_cast<uint64_t>(size) : 0, std::this_thread::get_id()};
+    if (source == nullptr) {
+        RaiseException("OutOfMemoryException", "Failed to allocate memory.");
+        return nullptr;
+    }
+    REALLockObject(data);
+    libvlc_media_t* media =
+        vlcfn::_libvlc_media_new_callbacks(instance, OpenBlock, ReadBlock, SeekBlock, CloseBlock, source);
+    libvlc_event_manager_t* events = media != nullptr ? vlcfn::_libvlc_media_event_manager(media) : nullptr;
+    if (events == nullptr || vlcfn::_libvlc_event_attach(events, libvlc_MediaFreed, OnMediaFreed, source) != 0) {
+        // Not attached: this release frees the media without telling us.
+        if (media != nullptr) vlcfn::_libvlc_media_release(media);
+        GiveBackBlock(source);
+        return nullptr;
+    }
+    REALobject object = NewVLCMediaQRV(media, vlc, false);
+    if (object == nullptr) vlcfn::_libvlc_media_release(media);  // gives the block back through MediaFreed
+    return object;
+}
