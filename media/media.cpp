@@ -186,8 +186,9 @@ static void VLCMediaConstructorClone(REALobject self, REALobject original) {
         return;
     }
     MediaOf(self).tempFD = -1;
+    auto* originalMedia = reinterpret_cast<libvlc_media_t*>(source);
     MediaOf(self).handle =
-        reinterpret_cast<int64_t>(vlcfn::_libvlc_media_duplicate(reinterpret_cast<libvlc_media_t*>(source)));
+        reinterpret_cast<int64_t>(KeepBlockForDuplicate(originalMedia, vlcfn::_libvlc_media_duplicate(originalMedia)));
 }
 
 static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstring url) {
@@ -227,7 +228,9 @@ static void VLCMediaDestructor(REALobject self) {
 
 static REALobject Clone(REALobject self) {
     GUARD_TFH(MediaOf(self).handle, "Clone", libvlc_media_duplicate, nullptr);
-    return NewVLCMediaQRV(vlcfn::_libvlc_media_duplicate(MediaHandle(self)), MediaOf(self).vlc, false);
+    libvlc_media_t* duplicate =
+        KeepBlockForDuplicate(MediaHandle(self), vlcfn::_libvlc_media_duplicate(MediaHandle(self)));
+    return NewVLCMediaQRV(duplicate, MediaOf(self).vlc, false);
 }
 
 // libvlc indexes its meta table with the number unchecked.

@@ -34,3 +34,8 @@ bool SlaveTypeInRange(RBInteger type, const char* methodName);
 // VLCMediaQRV.MediaWithMemoryBlock (memory_media.cpp): a media reading the
 // block in place through libvlc's stream callbacks.
 REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data);
+
+// A duplicate of a memory-block media reads the original's block: it keeps the
+// block locked as well. Answers the duplicate, or null (released) when that
+// cannot be arranged; other media pass through.
+libvlc_media_t* KeepBlockForDuplicate(libvlc_media_t* original, libvlc_media_t* duplicate);

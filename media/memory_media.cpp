@@ -1,16 +1,19 @@
 // VLCMediaQRV.MediaWithMemoryBlock: a media whose bytes libvlc reads straight
 // from a host memory block through its stream callbacks, without a copy. The
-// block stays locked for as long as libvlc's media lives, which can be longer
-// than the wrapper (a player holds the media): libvlc announces the end with
-// MediaFreed, sent inside the last libvlc_media_release on whichever thread
-// releases it.
+// block stays locked for as long as a libvlc media can read it, which can be
+// longer than the wrapper (a player holds the media), and a duplicate shares
+// the original's stream: libvlc announces the end of each with MediaFreed,
+// sent inside its last libvlc_media_release on whichever thread releases it.
 #include <sys/types.h>
 #include <vlc/vlc.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <thread>
+#include <unordered_map>
 
 #include "media/instance.h"
 #include "media/media.h"
@@ -26,7 +29,22 @@ struct BlockSource {
     const uint8_t* bytes;
     uint64_t size;               // read once, when the media is made
     std::thread::id mainThread;  // the host calls the plug-in on its main thread only
+    std::atomic<int> medias;     // libvlc medias reading it: the first and its duplicates
 };
+
+// The freed notice of one media reading a source.
+struct BlockUse {
+    BlockSource* source;
+    libvlc_media_t* media;
+};
+
+// Which source each live media reads, for its duplicates. Written on the main
+// thread, erased on whichever thread frees a media.
+std::mutex gSourcesLock;
+std::unordered_map<libvlc_media_t*, BlockSource*>& Sources() {
+    static auto* sources = new std::unordered_map<libvlc_media_t*, BlockSource*>;
+    return *sources;
+}
 
 // One open of the media, with its own position: libvlc may open a media more
 // than once (a parse, then playback), also at the same time.
@@ -72,11 +90,33 @@ void GiveBackBlock(void* data) {
 // here. On the main thread the block goes back at once, so a program that
 // never runs its main loop again does not keep it; elsewhere it is posted.
 void OnMediaFreed(const libvlc_event_t*, void* data) {
-    auto* source = static_cast<BlockSource*>(data);
+    auto* use = static_cast<BlockUse*>(data);
+    BlockSource* source = use->source;
+    {
+        std::lock_guard<std::mutex> hold(gSourcesLock);
+        Sources().erase(use->media);
+    }
+    delete use;
+    if (source->medias.fetch_sub(1) > 1) return;
     if (std::this_thread::get_id() == source->mainThread)
         GiveBackBlock(source);
     else
         PlatformPostToMainThread(GiveBackBlock, source);
+}
+
+// One more media reads the source until libvlc frees it; false when libvlc
+// would not tell us that.
+bool TrackMedia(libvlc_media_t* media, BlockSource* source) {
+    auto* use = new (std::nothrow) BlockUse{source, media};
+    libvlc_event_manager_t* events = use != nullptr ? vlcfn::_libvlc_media_event_manager(media) : nullptr;
+    if (events == nullptr || vlcfn::_libvlc_event_attach(events, libvlc_MediaFreed, OnMediaFreed, use) != 0) {
+        delete use;
+        return false;
+    }
+    source->medias.fetch_add(1);
+    std::lock_guard<std::mutex> hold(gSourcesLock);
+    Sources()[media] = source;
+    return true;
 }
 
 }  // namespace
@@ -101,7 +141,7 @@ REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data) {
     const auto* bytes = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(data));
     RBInteger size = REALMemoryBlockGetSize(data);
     auto* source = new (std::nothrow) BlockSource{
-        data, bytes, bytes != nullptr && size > 0 ? static_cast<uint64_t>(size) : 0, std::this_thread::get_id()};
+        data, bytes, bytes != nullptr && size > 0 ? static_cast<uint64_t>(size) : 0, std::this_thread::get_id(), 0};
     if (source == nullptr) {
         RaiseException("OutOfMemoryException", "Failed to allocate memory.");
         return nullptr;
@@ -109,9 +149,8 @@ REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data) {
     REALLockObject(data);
     libvlc_media_t* media =
         vlcfn::_libvlc_media_new_callbacks(instance, OpenBlock, ReadBlock, SeekBlock, CloseBlock, source);
-    libvlc_event_manager_t* events = media != nullptr ? vlcfn::_libvlc_media_event_manager(media) : nullptr;
-    if (events == nullptr || vlcfn::_libvlc_event_attach(events, libvlc_MediaFreed, OnMediaFreed, source) != 0) {
-        // Not attached: this release frees the media without telling us.
+    if (media == nullptr || !TrackMedia(media, source)) {
+        // Not tracked: this release frees the media without telling us.
         if (media != nullptr) vlcfn::_libvlc_media_release(media);
         GiveBackBlock(source);
         return nullptr;
@@ -119,4 +158,19 @@ REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data) {
     REALobject object = NewVLCMediaQRV(media, vlc, false);
     if (object == nullptr) vlcfn::_libvlc_media_release(media);  // gives the block back through MediaFreed
     return object;
+}
+
+libvlc_media_t* KeepBlockForDuplicate(libvlc_media_t* original, libvlc_media_t* duplicate) {
+    if (duplicate == nullptr) return nullptr;
+    BlockSource* source;
+    {
+        std::lock_guard<std::mutex> hold(gSourcesLock);
+        auto it = Sources().find(original);
+        if (it == Sources().end()) return duplicate;
+        source = it->second;
+    }
+    // The original is alive (the caller holds it), so is its source.
+    if (TrackMedia(duplicate, source)) return duplicate;
+    if (vlcfn::_libvlc_media_release != nullptr) vlcfn::_libvlc_media_release(duplicate);
+    return nullptr;
 }

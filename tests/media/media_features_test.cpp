@@ -186,6 +186,27 @@ TEST_F(MediaFeatures, MemoryBlockMediaPlaysSeeksAndGivesTheBlockBack) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
+// A clone shares the original's stream: the block stays locked until both are gone.
+TEST_F(MediaFeatures, ACloneOfAMemoryBlockMediaKeepsTheBlock) {
+    std::ifstream in(SamplePath("tone.wav"), std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    Value block = host.MemoryBlock(bytes.size());
+    memcpy(host.MemoryBytesPointer(block), bytes.data(), bytes.size());
+    int64_t locks = host.LockCount(block);
+    Value original = Shared("MediaWithMemoryBlock", block);
+    Value clone = host.Call(original, "Clone"), copy = host.New("VLCMediaQRV", {original});
+    original = Value();
+    for (Value* media : {&clone, &copy}) {
+        EXPECT_EQ(host.LockCount(block), locks + 1) << "kept while a clone can read it";
+        Value player = host.New("VLCMediaPlayerQRV", {*media});
+        *media = Value();
+        ASSERT_TRUE(host.Call(player, "Play").AsBool());
+        EXPECT_TRUE(Until([&] { return host.Get(player, "Time").AsInt() > 100; }));
+    }
+    EXPECT_EQ(host.LockCount(block), locks);
+    EXPECT_TRUE(NothingRaised(host));
+}
+
 TEST(MemoryBlockCallbacks, EachOpenReadsInPlaceWithinTheBlockAndTheBlockGoesBackOnTheMainThread) {
     Host host;
     FakeVLC fake;
