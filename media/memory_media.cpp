@@ -23,7 +23,7 @@
 
 namespace {
 
-// What every open of one media reads; lives until libvlc frees the media.
+// What every open of the media reads; lives until libvlc frees the last media reading it.
 struct BlockSource {
     REALmemoryBlock block;  // locked
     const uint8_t* bytes;
