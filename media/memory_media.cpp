@@ -12,7 +12,6 @@
 #include <cstring>
 #include <mutex>
 #include <new>
-#include <thread>
 #include <unordered_map>
 
 #include "media/instance.h"
@@ -27,9 +26,8 @@ namespace {
 struct BlockSource {
     REALmemoryBlock block;  // locked
     const uint8_t* bytes;
-    uint64_t size;               // read once, when the media is made
-    std::thread::id mainThread;  // the host calls the plug-in on its main thread only
-    std::atomic<int> medias;     // libvlc medias reading it: the first and its duplicates
+    uint64_t size;            // read once, when the media is made
+    std::atomic<int> medias;  // libvlc medias reading it: the first and its duplicates
 };
 
 // The freed notice of one media reading a source.
@@ -86,9 +84,11 @@ void GiveBackBlock(void* data) {
     delete source;
 }
 
-// Inside libvlc's last release, holding the media's event lock: no libvlc call
-// here. On the main thread the block goes back at once, so a program that
-// never runs its main loop again does not keep it; elsewhere it is posted.
+// Inside libvlc's last release of one media, on whichever thread releases it,
+// holding the media's event lock and whatever its caller holds (set_media: the
+// player's lock). The last unlock can destroy the block and so run host code (a
+// subclass's destructor) that calls the player: never here, also on the main
+// thread, but posted to its main loop.
 void OnMediaFreed(const libvlc_event_t*, void* data) {
     auto* use = static_cast<BlockUse*>(data);
     BlockSource* source = use->source;
@@ -97,11 +97,7 @@ void OnMediaFreed(const libvlc_event_t*, void* data) {
         Sources().erase(use->media);
     }
     delete use;
-    if (source->medias.fetch_sub(1) > 1) return;
-    if (std::this_thread::get_id() == source->mainThread)
-        GiveBackBlock(source);
-    else
-        PlatformPostToMainThread(GiveBackBlock, source);
+    if (source->medias.fetch_sub(1) == 1) PlatformPostToMainThread(GiveBackBlock, source);
 }
 
 // One more media reads the source until libvlc frees it; false when libvlc
@@ -140,8 +136,8 @@ REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data) {
     }
     const auto* bytes = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(data));
     RBInteger size = REALMemoryBlockGetSize(data);
-    auto* source = new (std::nothrow) BlockSource{
-        data, bytes, bytes != nullptr && size > 0 ? static_cast<uint64_t>(size) : 0, std::this_thread::get_id(), 0};
+    auto* source =
+        new (std::nothrow) BlockSource{data, bytes, bytes != nullptr && size > 0 ? static_cast<uint64_t>(size) : 0, 0};
     if (source == nullptr) {
         RaiseException("OutOfMemoryException", "Failed to allocate memory.");
         return nullptr;
