@@ -101,7 +101,8 @@ void OnMediaFreed(const libvlc_event_t*, void* data) {
 }
 
 // One more media reads the source until libvlc frees it; false when libvlc
-// would not tell us that.
+// would not tell us that. The caller holds the media, so it cannot be freed
+// before it is counted.
 bool TrackMedia(libvlc_media_t* media, BlockSource* source) {
     auto* use = new (std::nothrow) BlockUse{source, media};
     libvlc_event_manager_t* events = use != nullptr ? vlcfn::_libvlc_media_event_manager(media) : nullptr;
