@@ -186,8 +186,9 @@ static void VLCMediaConstructorClone(REALobject self, REALobject original) {
         return;
     }
     MediaOf(self).tempFD = -1;
+    auto* originalMedia = reinterpret_cast<libvlc_media_t*>(source);
     MediaOf(self).handle =
-        reinterpret_cast<int64_t>(vlcfn::_libvlc_media_duplicate(reinterpret_cast<libvlc_media_t*>(source)));
+        reinterpret_cast<int64_t>(KeepBlockForDuplicate(originalMedia, vlcfn::_libvlc_media_duplicate(originalMedia)));
 }
 
 static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstring url) {
@@ -227,7 +228,9 @@ static void VLCMediaDestructor(REALobject self) {
 
 static REALobject Clone(REALobject self) {
     GUARD_TFH(MediaOf(self).handle, "Clone", libvlc_media_duplicate, nullptr);
-    return NewVLCMediaQRV(vlcfn::_libvlc_media_duplicate(MediaHandle(self)), MediaOf(self).vlc, false);
+    libvlc_media_t* duplicate =
+        KeepBlockForDuplicate(MediaHandle(self), vlcfn::_libvlc_media_duplicate(MediaHandle(self)));
+    return NewVLCMediaQRV(duplicate, MediaOf(self).vlc, false);
 }
 
 // libvlc indexes its meta table with the number unchecked.
@@ -374,6 +377,56 @@ static void SetTag(REALobject self, RBInteger, RBInteger value) {
     vlcfn::_libvlc_media_set_user_data(MediaHandle(self), reinterpret_cast<void*>(value));
 }
 
+// ---- parsing with options, slaves ---------------------------------------------
+
+static RBBoolean ParseWithOptions(REALobject self, RBInteger flags, RBInteger timeout) {
+    GUARD_HTF(MediaOf(self).handle, "ParseWithOptions", libvlc_media_parse_with_options, false);
+    return vlcfn::_libvlc_media_parse_with_options(MediaHandle(self), static_cast<libvlc_media_parse_flag_t>(flags),
+                                                   static_cast<int>(timeout)) == 0;
+}
+
+static void ParseStop(REALobject self) {
+    GUARD_HTF(MediaOf(self).handle, "ParseStop", libvlc_media_parse_stop, );
+    vlcfn::_libvlc_media_parse_stop(MediaHandle(self));
+}
+
+static RBInteger GetParsedStatus(REALobject self) {
+    GUARD_HTF(MediaOf(self).handle, "ParsedStatus", libvlc_media_get_parsed_status, 0);
+    return static_cast<RBInteger>(vlcfn::_libvlc_media_get_parsed_status(MediaHandle(self)));
+}
+
+// libvlc 3.0 marks any other slave type unreachable (undefined in a release build).
+bool SlaveTypeInRange(RBInteger type, const char* methodName) {
+    if (type == libvlc_media_slave_type_subtitle || type == libvlc_media_slave_type_audio) return true;
+    RaiseOutOfBoundsException(type, libvlc_media_slave_type_audio + 1, "type", methodName);
+    return false;
+}
+
+static RBBoolean AddSlave(REALobject self, RBInteger type, RBInteger priority, REALstring uri) {
+    GUARD_HTF(MediaOf(self).handle, "AddSlave", libvlc_media_slaves_add, false);
+    if (!SlaveTypeInRange(type, "AddSlave")) return false;
+    rbText text(uri);
+    return vlcfn::_libvlc_media_slaves_add(MediaHandle(self), static_cast<libvlc_media_slave_type_t>(type),
+                                           static_cast<unsigned>(priority), text.GetUTF8()) == 0;
+}
+
+static void ClearSlaves(REALobject self) {
+    GUARD_HTF(MediaOf(self).handle, "ClearSlaves", libvlc_media_slaves_clear, );
+    vlcfn::_libvlc_media_slaves_clear(MediaHandle(self));
+}
+
+// The array is copied into records, then handed back to libvlc, which needs
+// its release function for that: both are tested before the call.
+static REALobject GetSlaves(REALobject self) {
+    GUARD_HTF(MediaOf(self).handle, "Slaves", libvlc_media_slaves_get, nullptr);
+    if (!VLC_NEED(libvlc_media_slaves_release)) return nullptr;
+    libvlc_media_slave_t** slaves = nullptr;
+    unsigned count = vlcfn::_libvlc_media_slaves_get(MediaHandle(self), &slaves);
+    REALobject head = NewVLCMediaSlaveQRV(slaves, count);
+    vlcfn::_libvlc_media_slaves_release(slaves, count);
+    return head;
+}
+
 // ---- class record ------------------------------------------------------------
 
 namespace {
@@ -404,6 +457,12 @@ REALmethodDefinition kMethods[] = {
     QRV_METHOD(GetTracks, "Tracks as VLCMediaTrackQRV()"),
     QRV_METHOD(GetTrackInfo, "TrackInfos as VLCMediaTrackInfoQRV()"),
     QRV_METHOD(GetStats, "Stats as VLCMediaStatsQRV"),
+    QRV_METHOD(ParseWithOptions, "ParseWithOptions(flags as integer, timeout as integer) as boolean"),
+    QRV_METHOD(ParseStop, "ParseStop"),
+    QRV_METHOD(GetParsedStatus, "ParsedStatus as integer"),
+    QRV_METHOD(AddSlave, "AddSlave(type as integer, priority as integer, uri as string) as boolean"),
+    QRV_METHOD(ClearSlaves, "ClearSlaves"),
+    QRV_METHOD(GetSlaves, "Slaves as VLCMediaSlaveQRV"),
 };
 
 REALmethodDefinition kSharedMethods[] = {
@@ -414,6 +473,7 @@ REALmethodDefinition kSharedMethods[] = {
     QRV_METHOD(MediaWithFileDescriptor, "MediaWithFileDescriptor(vlc as VLCInstanceQRV, fd as integer) as VLCMediaQRV"),
     QRV_METHOD(MediaWithDataMemoryBlock, "MediaWithData(vlc as VLCInstanceQRV, data as memoryblock) as VLCMediaQRV"),
     QRV_METHOD(MediaWithDataString, "MediaWithData(vlc as VLCInstanceQRV, data as string) as VLCMediaQRV"),
+    QRV_METHOD(MediaWithMemoryBlock, "MediaWithMemoryBlock(vlc as VLCInstanceQRV, data as MemoryBlock) as VLCMediaQRV"),
 };
 
 REALconstant kConstants[] = {
@@ -457,6 +517,17 @@ REALconstant kConstants[] = {
     QRV_CONSTANT("kMetaAlbumArtist = 23"),
     QRV_CONSTANT("kMetaDiscNumber = 24"),
     QRV_CONSTANT("kMetaDiscTotal = 25"),
+    QRV_CONSTANT("kParseLocal = 0"),
+    QRV_CONSTANT("kParseNetwork = 1"),
+    QRV_CONSTANT("kFetchLocal = 2"),
+    QRV_CONSTANT("kFetchNetwork = 4"),
+    QRV_CONSTANT("kDoInteract = 8"),
+    QRV_CONSTANT("kParsedStatusSkipped = 1"),
+    QRV_CONSTANT("kParsedStatusFailed = 2"),
+    QRV_CONSTANT("kParsedStatusTimeout = 3"),
+    QRV_CONSTANT("kParsedStatusDone = 4"),
+    QRV_CONSTANT("kSlaveTypeSubtitle = 0"),
+    QRV_CONSTANT("kSlaveTypeAudio = 1"),
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // VLCMediaQRV: one libvlc media.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "plugin/registration.h"
@@ -20,3 +21,21 @@ inline MediaData& MediaOf(REALobject object) { return DataOf<MediaData>(object, 
 // the media is retained (borrowed pointers); otherwise the new object takes
 // over the caller's reference.
 REALobject NewVLCMediaQRV(libvlc_media_t* media, REALobject vlc, bool retain);
+
+struct libvlc_media_slave_t;
+
+// A chain of VLCMediaSlaveQRV records copied from libvlc's slave array; nil when empty.
+REALobject NewVLCMediaSlaveQRV(libvlc_media_slave_t* const* slaves, size_t count);
+
+// True for a slave type libvlc knows (subtitle, audio); otherwise raises
+// OutOfBoundsException for the parameter "type" of methodName.
+bool SlaveTypeInRange(RBInteger type, const char* methodName);
+
+// VLCMediaQRV.MediaWithMemoryBlock (memory_media.cpp): a media reading the
+// block in place through libvlc's stream callbacks.
+REALobject MediaWithMemoryBlock(REALobject vlc, REALmemoryBlock data);
+
+// A duplicate of a memory-block media reads the original's block: it keeps the
+// block locked as well. Answers the duplicate, or null (released) when that
+// cannot be arranged; other media pass through.
+libvlc_media_t* KeepBlockForDuplicate(libvlc_media_t* original, libvlc_media_t* duplicate);

@@ -416,6 +416,26 @@ static void VideoSetFormat(REALobject self, REALstring chroma, uint32_t width, u
     vlcfn::_libvlc_video_set_format(Player(self), text.GetUTF8(), width, height, pitch);
 }
 
+// ---- role and slaves -----------------------------------------------------------
+
+static RBInteger GetRole(REALobject self) {
+    PLAYER_GUARD_TFH("Role", libvlc_media_player_get_role, 0);
+    return vlcfn::_libvlc_media_player_get_role(Player(self));
+}
+
+static RBBoolean SetRole(REALobject self, RBInteger role) {
+    PLAYER_GUARD_TFH("SetRole", libvlc_media_player_set_role, false);
+    return vlcfn::_libvlc_media_player_set_role(Player(self), static_cast<unsigned>(role)) == 0;
+}
+
+static RBBoolean AddSlave(REALobject self, RBInteger type, REALstring uri, RBBoolean select) {
+    PLAYER_GUARD_TFH("AddSlave", libvlc_media_player_add_slave, false);
+    if (!SlaveTypeInRange(type, "AddSlave")) return false;
+    rbText text(uri);
+    return vlcfn::_libvlc_media_player_add_slave(Player(self), static_cast<libvlc_media_slave_type_t>(type),
+                                                 text.GetUTF8(), select != 0) == 0;
+}
+
 // ---- class record ------------------------------------------------------------
 
 namespace {
@@ -518,6 +538,9 @@ REALmethodDefinition kMethods[] = {
     QRV_METHOD(SetRenderer, "SetRenderer(item as VLCRendererItemQRV) as boolean"),
     QRV_METHOD_FLAGS(SnapshotPicture, "SnapshotPicture(width as integer, height as integer) as Picture",
                      kFlagPictureMarker),
+    QRV_METHOD(GetRole, "Role as integer"),
+    QRV_METHOD(SetRole, "SetRole(role as integer) as boolean"),
+    QRV_METHOD(AddSlave, "AddSlave(type as integer, uri as string, select as boolean) as boolean"),
 };
 
 REALconstant kConstants[] = {
@@ -583,6 +606,16 @@ REALconstant kConstants[] = {
     QRV_CONSTANT("kVideoTitleDisplayPositionBottom = 6"),
     QRV_CONSTANT("kVideoTitleDisplayPositionBottomLeft = 7"),
     QRV_CONSTANT("kVideoTitleDisplayPositionBottomRight = 8"),
+    QRV_CONSTANT("kRoleNone = 0"),
+    QRV_CONSTANT("kRoleMusic = 1"),
+    QRV_CONSTANT("kRoleVideo = 2"),
+    QRV_CONSTANT("kRoleCommunication = 3"),
+    QRV_CONSTANT("kRoleGame = 4"),
+    QRV_CONSTANT("kRoleNotification = 5"),
+    QRV_CONSTANT("kRoleAnimation = 6"),
+    QRV_CONSTANT("kRoleProduction = 7"),
+    QRV_CONSTANT("kRoleAccessibility = 8"),
+    QRV_CONSTANT("kRoleTest = 9"),
 };
 
 }  // namespace
