@@ -46,30 +46,29 @@ int fakevlc_render_frame(int64_t frame);
 // Lock, wait `milliseconds`, unlock.
 void fakevlc_hold_frame(int64_t milliseconds);
 
-// A renderer item held once by the fake, and its reference count (-1: no item of the fake).
+// A renderer item held once by the fake, and its reference count (-1: no item of the fake). Renderer
+// discoverers share the one event manager. What the last libvlc_media_player_set_renderer was given.
 libvlc_renderer_item_t* fakevlc_new_renderer_item(const char* name, const char* type, const char* iconURI, int flags);
 int64_t fakevlc_renderer_item_refs(const libvlc_renderer_item_t* item);
-// What the last libvlc_media_player_set_renderer was given.
 libvlc_renderer_item_t* fakevlc_player_renderer(void);
-// The event manager of every renderer discoverer; fires ItemAdded or ItemDeleted there from a new thread.
-libvlc_event_manager_t* fakevlc_renderer_event_manager(void);
-void fakevlc_fire_renderer_item(int type, libvlc_renderer_item_t* item);
 
-// Dialogs, kinds 0 error, 1 login, 2 question, 3 progress. Raised through the callbacks `instance` holds
-// from a new thread, as libvlc's modules do; answers the dialog's number once the callback returned (0 when
-// the instance holds none for it). A login or question thread then waits up to `waitMs` for the answer.
-// Texts: `title`, "Fake text", then login "guest" (askStore true); question WARNING, "Cancel", "Yes",
-// NULL; progress 0.25, determinate, "Cancel". Answering an id that is not open stops the process.
-int64_t fakevlc_dialog_raise(libvlc_instance_t* instance, int kind, const char* title, int64_t waitMs);
+// Dialogs, kinds 0 error, 1 login, 2 question, 3 progress, called back through the callbacks `instance` holds
+// on a new thread, joined; answers the dialog's number (0 when not shown). Texts: `title`, "Fake text", then
+// login "guest" (askStore true); question WARNING, "Cancel", "Yes", NULL; progress 0.25, determinate, "Cancel".
+int64_t fakevlc_dialog_raise(libvlc_instance_t* instance, int kind, const char* title);
 // libvlc cancels, or updates the progress of, a dialog still open and not cancelled; 1 when called back.
 int fakevlc_dialog_cancel(int64_t number);
 int fakevlc_dialog_update(int64_t number, double position, const char* text);
-// How it was answered, waiting up to `waitMs`: "login USER PASSWORD store|once", "action N", "dismissed",
-// "shown" (an error), "open"; "none" for a number never raised.
-const char* fakevlc_dialog_outcome(int64_t number, int64_t waitMs);
-// The user data of the callbacks `instance` holds, null when none.
-void* fakevlc_dialog_data(libvlc_instance_t* instance);
+// "login USER PASSWORD store|once", "action N", "dismissed", "shown" (an error), "open"; "none": never raised.
+const char* fakevlc_dialog_outcome(int64_t number);
 }
+
+#ifdef FAKEVLC_PATH
+#include <dlfcn.h>
+// In a test: control function fakevlc_NAME of the fake the plug-in loads (one file, one set of globals).
+#define FAKEVLC(NAME) \
+    reinterpret_cast<decltype(&fakevlc_##NAME)>(dlsym(dlopen(FAKEVLC_PATH, RTLD_NOW), "fakevlc_" #NAME))
+#endif
 
 // Byte c (0 blue, 1 green, 2 red, 3 unused) of pixel (x, y): every channel depends on x, y and frame.
 inline uint8_t fakevlc_pattern(int64_t x, int64_t y, int64_t frame, int c) {

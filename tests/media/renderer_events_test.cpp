@@ -3,6 +3,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <thread>
+
 #include "tests/fakevlc/fakevlc_control.h"
 #include "tests/support/test_support.h"
 
@@ -12,30 +14,23 @@ using emu::Host;
 using emu::Value;
 using namespace std::chrono_literals;
 
-struct Raise {
-    std::string event, name, type, icon;
-    int64_t flags, handle, refsDuringHandler;
-    bool onMainThread;
-};
+const auto Refs = FAKEVLC(renderer_item_refs);
+const auto PlayerRenderer = FAKEVLC(player_renderer);
+constexpr int kAdded = libvlc_RendererDiscovererItemAdded, kDeleted = libvlc_RendererDiscovererItemDeleted;
 
 Host* gHost = nullptr;
-std::vector<Raise> gRaised;
-Value gKept;  // the last item a handler was given, kept on purpose
-
-template <typename F>
-F* Fake(const char* name) {
-    static void* handle = dlopen(FAKEVLC_PATH, RTLD_NOW);
-    return reinterpret_cast<F*>(dlsym(handle, name));
-}
+libvlc_renderer_item_t* gItem = nullptr;
+std::vector<std::string> gRaised;  // the event, the record's fields and the item's holds during the handler
+Value gKept;                       // the last item a handler was given, kept on purpose
 
 void Note(const char* event, REALobject item) {
     Value record = Value::BorrowObject(item);
-    auto text = [&](const char* field) { return gHost->Text(gHost->Get(record, field)); };
-    int64_t handle = gHost->Get(record, "Handle").AsInt();
-    gRaised.push_back({event, text("Name"), text("Type"), text("IconURI"), gHost->Get(record, "Flags").AsInt(), handle,
-                       Fake<int64_t(const libvlc_renderer_item_t*)>("fakevlc_renderer_item_refs")(
-                           reinterpret_cast<libvlc_renderer_item_t*>(handle)),
-                       syscall(SYS_gettid) == getpid()});
+    auto field = [&](const char* name) { return gHost->Text(gHost->Get(record, name)); };
+    auto* handle = reinterpret_cast<libvlc_renderer_item_t*>(gHost->Get(record, "Handle").AsInt());
+    gRaised.push_back(std::string(event) + " " + field("Name") + ", " + field("Type") + ", " + field("IconURI") + ", " +
+                      std::to_string(gHost->Get(record, "Flags").AsInt()) +
+                      (handle == gItem ? ", the item held " : ", another item held ") + std::to_string(Refs(handle)) +
+                      (syscall(SYS_gettid) == getpid() ? "" : ", off the main thread"));
     gKept = record;
 }
 void OnAdded(REALobject, REALobject item) { Note("ItemAdded", item); }
@@ -52,77 +47,69 @@ protected:
             "Caster", "VLCRendererDiscovererQRV",
             {{"ItemAdded", reinterpret_cast<void*>(OnAdded)}, {"ItemDeleted", reinterpret_cast<void*>(OnDeleted)}});
         host.DefineSubclass("AddedOnly", "VLCRendererDiscovererQRV", {{"ItemAdded", reinterpret_cast<void*>(OnAdded)}});
-        item = Fake<libvlc_renderer_item_t*(const char*, const char*, const char*, int)>("fakevlc_new_renderer_item")(
-            "Living room", "chromecast", "http://10.0.0.7/icon.png", 3);
+        gItem = FAKEVLC(new_renderer_item)("Living room", "chromecast", "http://10.0.0.7/icon.png", 3);
     }
     void TearDown() override { gKept = Value(); }
-    int64_t Refs() { return Fake<int64_t(const libvlc_renderer_item_t*)>("fakevlc_renderer_item_refs")(item); }
-    void Fire(int type) { Fake<void(int, libvlc_renderer_item_t*)>("fakevlc_fire_renderer_item")(type, item); }
-    int64_t Attached(int type) {
-        return fake.attached(Fake<libvlc_event_manager_t*()>("fakevlc_renderer_event_manager")(), type);
+    // As libvlc's discovery thread does.
+    void Fire(int type) {
+        libvlc_event_t event{};
+        event.type = type;
+        (type == kAdded ? event.u.renderer_discoverer_item_added.item : event.u.renderer_discoverer_item_deleted.item) =
+            gItem;
+        std::thread([&] { fake.fire(fake.eventManager(), &event); }).join();
     }
+    int64_t Attached(int type) { return fake.attached(fake.eventManager(), type); }
 
     Host host;
     qrvtest::FakeVLC fake;
     Value vlc;
-    libvlc_renderer_item_t* item = nullptr;
 };
 
 TEST_F(FakeRenderers, ItemsArriveOnTheMainThreadAsRecordsHoldingTheirItem) {
     Value caster = host.New("Caster", {vlc, host.String("fake")});
-    EXPECT_EQ(Attached(libvlc_RendererDiscovererItemAdded), 1);
-    EXPECT_EQ(Attached(libvlc_RendererDiscovererItemDeleted), 1);
-    Fire(libvlc_RendererDiscovererItemAdded);
-    EXPECT_EQ(Refs(), 2);  // the fake's own and the delivery's, nothing raised yet
+    EXPECT_EQ(Attached(kAdded), 1);
+    EXPECT_EQ(Attached(kDeleted), 1);
+    Fire(kAdded);
+    EXPECT_EQ(Refs(gItem), 2);  // the fake's own and the delivery's, nothing raised yet
     EXPECT_TRUE(gRaised.empty());
-    Fire(libvlc_RendererDiscovererItemDeleted);
+    Fire(kDeleted);
     EXPECT_TRUE(host.PumpUntil([] { return gRaised.size() == 2; }, 2s));
-    ASSERT_EQ(gRaised.size(), 2u);
-    for (const Raise& r : gRaised) {
-        EXPECT_EQ(r.name, "Living room");
-        EXPECT_EQ(r.type, "chromecast");
-        EXPECT_EQ(r.icon, "http://10.0.0.7/icon.png");
-        EXPECT_EQ(r.flags, 3);
-        EXPECT_EQ(r.handle, reinterpret_cast<int64_t>(item));
-        EXPECT_TRUE(r.onMainThread);
-    }
-    EXPECT_EQ(gRaised[0].event, "ItemAdded");
-    EXPECT_EQ(gRaised[1].event, "ItemDeleted");
-    EXPECT_EQ(gRaised[0].refsDuringHandler, 4);  // the fake, both deliveries and the record
-    EXPECT_EQ(Refs(), 2);                        // the kept record's hold only
+    // Held by the fake, a delivery and the record, and the other delivery or the kept record.
+    const std::string fields = " Living room, chromecast, http://10.0.0.7/icon.png, 3, the item held 4";
+    EXPECT_EQ(gRaised, (std::vector<std::string>{"ItemAdded" + fields, "ItemDeleted" + fields}));
+    EXPECT_EQ(Refs(gItem), 2);  // the kept record's hold only
 
     Value player = host.New("VLCMediaPlayerQRV", {vlc});
     EXPECT_TRUE(host.Call(player, "SetRenderer", {gKept}).AsBool());
-    EXPECT_EQ(Fake<libvlc_renderer_item_t*()>("fakevlc_player_renderer")(), item);
+    EXPECT_EQ(PlayerRenderer(), gItem);
     EXPECT_TRUE(host.Call(player, "SetRenderer", {Value()}).AsBool());
-    EXPECT_EQ(Fake<libvlc_renderer_item_t*()>("fakevlc_player_renderer")(), nullptr);
+    EXPECT_EQ(PlayerRenderer(), nullptr);
     fake.setInt("libvlc_media_player_set_renderer", -1);
     EXPECT_FALSE(host.Call(player, "SetRenderer", {gKept}).AsBool());
     gKept = Value();
-    EXPECT_EQ(Refs(), 1);
+    EXPECT_EQ(Refs(gItem), 1);
 }
 
 TEST_F(FakeRenderers, OnlyHandledEventsAttachAndADestroyedDiscovererDropsWhatIsQueued) {
     Value caster = host.New("AddedOnly", {vlc, host.String("fake")});
-    EXPECT_EQ(Attached(libvlc_RendererDiscovererItemAdded), 1);
-    EXPECT_EQ(Attached(libvlc_RendererDiscovererItemDeleted), 0);
+    EXPECT_EQ(Attached(kAdded), 1);
+    EXPECT_EQ(Attached(kDeleted), 0);
     EXPECT_TRUE(host.Call(caster, "Start").AsBool());
-    Fire(libvlc_RendererDiscovererItemAdded);
-    Fire(libvlc_RendererDiscovererItemAdded);
-    EXPECT_EQ(Refs(), 3);
-    int64_t stops = fake.calls("libvlc_renderer_discoverer_stop");
-    caster = Value();  // the fake aborts on detaching what is not attached
-    EXPECT_EQ(fake.calls("libvlc_renderer_discoverer_stop"), stops + 1);
+    Fire(kAdded);
+    Fire(kAdded);
+    EXPECT_EQ(Refs(gItem), 3);
+    caster = Value();  // the fake stops the process on detaching what is not attached
+    EXPECT_EQ(fake.calls("libvlc_renderer_discoverer_stop"), 1);
     EXPECT_EQ(fake.calls("libvlc_renderer_discoverer_release"), 1);
-    EXPECT_EQ(Attached(libvlc_RendererDiscovererItemAdded), 0);
+    EXPECT_EQ(Attached(kAdded), 0);
     host.PumpFor(50ms);
     EXPECT_TRUE(gRaised.empty());
-    EXPECT_EQ(Refs(), 1);
+    EXPECT_EQ(Refs(gItem), 1);
 
     // No event manager: nothing to attach to, and nothing to detach.
     fake.setInt("libvlc_renderer_discoverer_event_manager", -1);
     caster = host.New("Caster", {vlc, host.String("fake")});
-    EXPECT_EQ(Attached(libvlc_RendererDiscovererItemAdded), 0);
+    EXPECT_EQ(Attached(kAdded), 0);
     caster = Value();
     EXPECT_EQ(fake.calls("libvlc_event_detach"), 1);
 }
