@@ -279,6 +279,10 @@ TEST_F(Capture, LowByteAnswersNarrowedArgumentsAndTitlePositions) {
     EXPECT_EQ(fake.Text("libvlc_video_set_deinterlace.mode"), "blend");
     host->Call(player, "VideoSetDeinterlace", {Value()});
     EXPECT_EQ(fake.Text("libvlc_video_set_deinterlace.mode"), "(null)") << "nil switches deinterlacing off";
+    // A side beyond the largest picture never reaches libvlc, which would make the whole image first.
+    for (auto [width, height] : {std::pair<int64_t, int64_t>{40000, 48}, {64, 40000}})
+        EXPECT_TRUE(host->Call(player, "SnapshotPicture", {Value::Int(width), Value::Int(height)}).IsNil());
+    EXPECT_EQ(fake.calls("libvlc_video_take_snapshot"), 0);
     EXPECT_TRUE(NothingRaised(*host));
 
     for (int64_t position : {int64_t{1} << 31, int64_t{9}, int64_t{-2}}) {

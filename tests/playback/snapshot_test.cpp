@@ -62,8 +62,8 @@ protected:
     std::filesystem::path folder;
 };
 
-// The dummy video output for gd pictures, the frame callbacks for cairo ones. No video, a size out of
-// 1..32767 or no temporary folder answer nil.
+// The dummy video output for gd pictures, the frame callbacks for cairo ones. No video, a size below 1
+// or no temporary folder answer nil.
 TEST_F(Snapshot, QuadrantsAtTheirOwnSizeAndAnotherOnEitherKindOfPictureElseNil) {
     for (PictureKind kind : {PictureKind::Gd, PictureKind::Cairo}) {
         HostOptions options;
@@ -86,7 +86,7 @@ TEST_F(Snapshot, QuadrantsAtTheirOwnSizeAndAnotherOnEitherKindOfPictureElseNil) 
             },
             10s));
         Value other = Take(host, player, 100, 30);
-        for (auto [width, height] : {std::pair<int64_t, int64_t>{0, 48}, {64, -1}, {40000, 48}})
+        for (auto [width, height] : {std::pair<int64_t, int64_t>{0, 48}, {64, -1}})
             EXPECT_TRUE(Take(host, player, width, height).IsNil()) << width << " x " << height;
         setenv("TMPDIR", (folder / "missing").c_str(), 1);
         EXPECT_TRUE(Take(host, player, 64, 48).IsNil()) << "no temporary folder";
