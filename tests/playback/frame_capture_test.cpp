@@ -283,6 +283,9 @@ TEST_F(Capture, LowByteAnswersNarrowedArgumentsAndTitlePositions) {
     for (auto [width, height] : {std::pair<int64_t, int64_t>{40000, 48}, {64, 40000}})
         EXPECT_TRUE(host->Call(player, "SnapshotPicture", {Value::Int(width), Value::Int(height)}).IsNil());
     EXPECT_EQ(fake.calls("libvlc_video_take_snapshot"), 0);
+    fake.setInt("libvlc_video_take_snapshot", -1);
+    EXPECT_TRUE(host->Call(player, "SnapshotPicture", {Value::Int(32767), Value::Int(32767)}).IsNil());
+    EXPECT_EQ(fake.calls("libvlc_video_take_snapshot"), 1) << "the largest picture is still asked for";
     EXPECT_TRUE(NothingRaised(*host));
 
     for (int64_t position : {int64_t{1} << 31, int64_t{9}, int64_t{-2}}) {
