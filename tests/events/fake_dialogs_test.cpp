@@ -4,7 +4,6 @@
 
 #include "tests/events/recorder.h"
 #include "tests/events/watchdog.h"
-#include "tests/fakevlc/fakevlc_control.h"
 
 namespace {
 
@@ -12,11 +11,6 @@ using emu::Host;
 using emu::Value;
 using namespace eventstest;
 using namespace std::chrono_literals;
-
-const auto Raise = FAKEVLC(dialog_raise);
-const auto Cancel = FAKEVLC(dialog_cancel);
-const auto Update = FAKEVLC(dialog_update);
-const auto Outcome = FAKEVLC(dialog_outcome);
 
 enum Kind { kError, kLogin, kQuestion, kProgress };
 
@@ -39,7 +33,7 @@ class FakeDialogsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         seen = &record;
-        ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host) && Raise != nullptr);
+        ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host) && fake.dialogRaise != nullptr);
         vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
         instance = reinterpret_cast<libvlc_instance_t*>(host.Get(vlc, "Handle").AsInt());
     }
@@ -77,11 +71,11 @@ protected:
 TEST_F(FakeDialogsTest, EveryKindArrivesCopiedOnTheMainThreadAndEachIdIsAnsweredOnce) {
     Value dialog = Dialog("Asking", Handlers<"d">());
     EXPECT_EQ(host.Get(dialog, "Handle").AsInt(), reinterpret_cast<int64_t>(instance));
-    int64_t login = Raise(instance, kLogin, "L"), question = Raise(instance, kQuestion, "Q");
-    int64_t progress = Raise(instance, kProgress, "P");
-    ASSERT_TRUE(login && question && progress && Raise(instance, kError, "E"));
-    EXPECT_EQ(Update(progress, 0.5, "half"), 1);
-    EXPECT_EQ(Cancel(progress), 1);
+    int64_t login = fake.dialogRaise(instance, kLogin, "L"), question = fake.dialogRaise(instance, kQuestion, "Q");
+    int64_t progress = fake.dialogRaise(instance, kProgress, "P");
+    ASSERT_TRUE(login && question && progress && fake.dialogRaise(instance, kError, "E"));
+    EXPECT_EQ(fake.dialogUpdate(progress, 0.5, "half"), 1);
+    EXPECT_EQ(fake.dialogCancel(progress), 1);
     EXPECT_TRUE(seen->raised.empty()) << "raised inside libvlc's callback";
     const int64_t loginId = FirstId(), questionId = loginId + 1, progressId = loginId + 2;
     auto n = [&](int64_t id) { return "d " + std::to_string(id); };
@@ -91,12 +85,12 @@ TEST_F(FakeDialogsTest, EveryKindArrivesCopiedOnTheMainThreadAndEachIdIsAnswered
 
     EXPECT_TRUE(
         Answer(dialog, "PostLogin", {Value::Int(loginId), host.String("user"), host.String("pw"), Value::Bool(true)}));
-    EXPECT_STREQ(Outcome(login), "login user pw store");
+    EXPECT_STREQ(fake.dialogOutcome(login), "login user pw store");
     EXPECT_TRUE(Answer(dialog, "PostAction", {Value::Int(questionId), Value::Int(2)}));
-    EXPECT_STREQ(Outcome(question), "action 2");
-    EXPECT_STREQ(Outcome(progress), "open") << "a cancelled dialog stays open until dismissed";
+    EXPECT_STREQ(fake.dialogOutcome(question), "action 2");
+    EXPECT_STREQ(fake.dialogOutcome(progress), "open") << "a cancelled dialog stays open until dismissed";
     EXPECT_TRUE(Answer(dialog, "Dismiss", {Value::Int(progressId)}));
-    EXPECT_STREQ(Outcome(progress), "dismissed");
+    EXPECT_STREQ(fake.dialogOutcome(progress), "dismissed");
     // Late, repeated and made-up answers reach no libvlc (the fake would stop the process).
     for (int64_t id : {loginId, questionId, progressId, int64_t{0}, int64_t{-1}, loginId + 99})
         EXPECT_FALSE(
@@ -105,22 +99,23 @@ TEST_F(FakeDialogsTest, EveryKindArrivesCopiedOnTheMainThreadAndEachIdIsAnswered
             Answer(dialog, "Dismiss", {Value::Int(id)}))
             << id;
     EXPECT_TRUE(qrvtest::NothingRaised(host));
-    EXPECT_EQ(Update(progress, 0.75, "late"), 0) << "libvlc updates no dismissed dialog";
+    EXPECT_EQ(fake.dialogUpdate(progress, 0.75, "late"), 0) << "libvlc updates no dismissed dialog";
 }
 
 TEST_F(FakeDialogsTest, DialogsNobodyHandlesAreDismissed) {
     Value dialog = Dialog("OnlyLogins", {{"LoginDialog", Handlers<"d">().at("LoginDialog")}});
-    int64_t question = Raise(instance, kQuestion, "Q"), progress = Raise(instance, kProgress, "P");
-    int64_t login = Raise(instance, kLogin, "L");
+    int64_t question = fake.dialogRaise(instance, kQuestion, "Q"),
+            progress = fake.dialogRaise(instance, kProgress, "P");
+    int64_t login = fake.dialogRaise(instance, kLogin, "L");
     const int64_t loginId = FirstId();
     ExpectRaised({"d " + std::to_string(loginId) + " L Fake text guest 1"});
-    EXPECT_STREQ(Outcome(question), "dismissed");
-    EXPECT_STREQ(Outcome(progress), "dismissed");
-    EXPECT_STREQ(Outcome(login), "open");
+    EXPECT_STREQ(fake.dialogOutcome(question), "dismissed");
+    EXPECT_STREQ(fake.dialogOutcome(progress), "dismissed");
+    EXPECT_STREQ(fake.dialogOutcome(login), "open");
     // libvlc gives up on the login: nobody handles the cancel, so the plug-in dismisses it.
-    EXPECT_EQ(Cancel(login), 1);
+    EXPECT_EQ(fake.dialogCancel(login), 1);
     host.PumpFor(50ms);
-    EXPECT_STREQ(Outcome(login), "dismissed");
+    EXPECT_STREQ(fake.dialogOutcome(login), "dismissed");
     EXPECT_FALSE(
         Answer(dialog, "PostLogin", {Value::Int(loginId), host.String("u"), host.String("p"), Value::Bool(false)}));
 }
@@ -128,26 +123,27 @@ TEST_F(FakeDialogsTest, DialogsNobodyHandlesAreDismissed) {
 // libvlc cancels the older object's dialog through the newer one's callbacks; the cancel goes to its owner.
 TEST_F(FakeDialogsTest, ANewerObjectTakesOverAndEachObjectEndsOnlyItsOwnDialogs) {
     Value older = Dialog("Older", Handlers<"older">());
-    int64_t first = Raise(instance, kLogin, "first");
+    int64_t first = fake.dialogRaise(instance, kLogin, "first");
     const int64_t firstId = FirstId();
     const std::string one = std::to_string(firstId), two = std::to_string(firstId + 1);
     Value newer = Dialog("Newer", Handlers<"newer">());
-    int64_t second = Raise(instance, kLogin, "second");
+    int64_t second = fake.dialogRaise(instance, kLogin, "second");
     ExpectRaised(
         {"older " + one + " first Fake text guest 1", "older " + one, "newer " + two + " second Fake text guest 1"});
     EXPECT_FALSE(Answer(newer, "Dismiss", {Value::Int(firstId)})) << "not the newer object's dialog";
     EXPECT_TRUE(Answer(older, "Dismiss", {Value::Int(firstId)}));
-    EXPECT_STREQ(Outcome(first), "dismissed");
+    EXPECT_STREQ(fake.dialogOutcome(first), "dismissed");
     host.Call(older, "Destructor");
-    EXPECT_STREQ(Outcome(second), "open");
+    EXPECT_STREQ(fake.dialogOutcome(second), "open");
     // The newer object's callbacks stay; its end dismisses what it holds open, queued or raised.
-    int64_t question = Raise(instance, kQuestion, "Q"), progress = Raise(instance, kProgress, "P");
-    ASSERT_TRUE(question && progress && Raise(instance, kError, "E"));
+    int64_t question = fake.dialogRaise(instance, kQuestion, "Q"),
+            progress = fake.dialogRaise(instance, kProgress, "P");
+    ASSERT_TRUE(question && progress && fake.dialogRaise(instance, kError, "E"));
     host.Call(newer, "Destructor");
-    for (int64_t n : {second, question, progress}) EXPECT_STREQ(Outcome(n), "dismissed") << n;
+    for (int64_t n : {second, question, progress}) EXPECT_STREQ(fake.dialogOutcome(n), "dismissed") << n;
     host.PumpFor(50ms);
     EXPECT_EQ(seen->raised.size(), 3u) << "raised for a destroyed object";
-    EXPECT_EQ(Raise(instance, kLogin, "after"), 0) << "its callbacks are unregistered";
+    EXPECT_EQ(fake.dialogRaise(instance, kLogin, "after"), 0) << "its callbacks are unregistered";
 }
 
 }  // namespace

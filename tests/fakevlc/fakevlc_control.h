@@ -63,13 +63,6 @@ int fakevlc_dialog_update(int64_t number, double position, const char* text);
 const char* fakevlc_dialog_outcome(int64_t number);
 }
 
-#ifdef FAKEVLC_PATH
-#include <dlfcn.h>
-// In a test: control function fakevlc_NAME of the fake the plug-in loads (one file, one set of globals).
-#define FAKEVLC(NAME) \
-    reinterpret_cast<decltype(&fakevlc_##NAME)>(dlsym(dlopen(FAKEVLC_PATH, RTLD_NOW), "fakevlc_" #NAME))
-#endif
-
 // Byte c (0 blue, 1 green, 2 red, 3 unused) of pixel (x, y): every channel depends on x, y and frame.
 inline uint8_t fakevlc_pattern(int64_t x, int64_t y, int64_t frame, int c) {
     const int64_t bytes[4] = {0x10 + 3 * x + frame, 0x80 + 5 * y + 7 * frame, 0xE0 ^ (x + 2 * y + 13 * frame),

@@ -1,7 +1,6 @@
 // Parsing with a timeout, slaves, the player's role and media read from a memory block on Debian's
 // libvlc 3.0 headless; the block's stream callbacks also through the fake, for what libvlc never asks.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <sys/socket.h>
 
 #include <filesystem>
@@ -166,12 +165,9 @@ TEST(MemoryBlockCallbacks, EachOpenReadsInPlaceWithinTheBlockAndTheBlockGoesBack
     libvlc_media_read_cb readBlock;
     libvlc_media_seek_cb seekBlock;
     libvlc_media_close_cb closeBlock;
-    void *opaque, *first, *second, *library = dlopen(fake.path.c_str(), RTLD_NOW);
-    auto callbacks =
-        reinterpret_cast<void (*)(libvlc_media_open_cb*, libvlc_media_read_cb*, libvlc_media_seek_cb*,
-                                  libvlc_media_close_cb*, void**)>(dlsym(library, "fakevlc_media_callbacks"));
-    ASSERT_NE(callbacks, nullptr);
-    callbacks(&openBlock, &readBlock, &seekBlock, &closeBlock, &opaque);
+    void *opaque, *first, *second;
+    ASSERT_NE(fake.mediaCallbacks, nullptr);
+    fake.mediaCallbacks(&openBlock, &readBlock, &seekBlock, &closeBlock, &opaque);
     uint64_t size = 0;
     ASSERT_EQ(openBlock(opaque, &first, &size) | openBlock(opaque, &second, &size), 0);
     EXPECT_EQ(size, 10u);
@@ -189,7 +185,6 @@ TEST(MemoryBlockCallbacks, EachOpenReadsInPlaceWithinTheBlockAndTheBlockGoesBack
     EXPECT_EQ(text(readBlock(second, buffer, 3)), "1x3") << "read in place";
     closeBlock(first);
     closeBlock(second);
-    dlclose(library);
 
     media = Value();  // the fake's media lives on, as one a player holds
     EXPECT_EQ(host.LockCount(block), locks + 1);

@@ -5,7 +5,6 @@
 
 #include <thread>
 
-#include "tests/fakevlc/fakevlc_control.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -14,11 +13,10 @@ using emu::Host;
 using emu::Value;
 using namespace std::chrono_literals;
 
-const auto Refs = FAKEVLC(renderer_item_refs);
-const auto PlayerRenderer = FAKEVLC(player_renderer);
 constexpr int kAdded = libvlc_RendererDiscovererItemAdded, kDeleted = libvlc_RendererDiscovererItemDeleted;
 
 Host* gHost = nullptr;
+qrvtest::FakeVLC* gFake = nullptr;
 libvlc_renderer_item_t* gItem = nullptr;
 std::vector<std::string> gRaised;  // the event, the record's fields and the item's holds during the handler
 Value gKept;                       // the last item a handler was given, kept on purpose
@@ -29,7 +27,8 @@ void Note(const char* event, REALobject item) {
     auto* handle = reinterpret_cast<libvlc_renderer_item_t*>(gHost->Get(record, "Handle").AsInt());
     gRaised.push_back(std::string(event) + " " + field("Name") + ", " + field("Type") + ", " + field("IconURI") + ", " +
                       std::to_string(gHost->Get(record, "Flags").AsInt()) +
-                      (handle == gItem ? ", the item held " : ", another item held ") + std::to_string(Refs(handle)) +
+                      (handle == gItem ? ", the item held " : ", another item held ") +
+                      std::to_string(gFake->rendererItemRefs(handle)) +
                       (syscall(SYS_gettid) == getpid() ? "" : ", off the main thread"));
     gKept = record;
 }
@@ -40,6 +39,7 @@ class FakeRenderers : public ::testing::Test {
 protected:
     void SetUp() override {
         gHost = &host;
+        gFake = &fake;
         gRaised.clear();
         ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host));
         vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
@@ -47,7 +47,7 @@ protected:
             "Caster", "VLCRendererDiscovererQRV",
             {{"ItemAdded", reinterpret_cast<void*>(OnAdded)}, {"ItemDeleted", reinterpret_cast<void*>(OnDeleted)}});
         host.DefineSubclass("AddedOnly", "VLCRendererDiscovererQRV", {{"ItemAdded", reinterpret_cast<void*>(OnAdded)}});
-        gItem = FAKEVLC(new_renderer_item)("Living room", "chromecast", "http://10.0.0.7/icon.png", 3);
+        gItem = fake.newRendererItem("Living room", "chromecast", "http://10.0.0.7/icon.png", 3);
     }
     void TearDown() override { gKept = Value(); }
     // As libvlc's discovery thread does.
@@ -70,24 +70,24 @@ TEST_F(FakeRenderers, ItemsArriveOnTheMainThreadAsRecordsHoldingTheirItem) {
     EXPECT_EQ(Attached(kAdded), 1);
     EXPECT_EQ(Attached(kDeleted), 1);
     Fire(kAdded);
-    EXPECT_EQ(Refs(gItem), 2);  // the fake's own and the delivery's, nothing raised yet
+    EXPECT_EQ(fake.rendererItemRefs(gItem), 2);  // the fake's own and the delivery's, nothing raised yet
     EXPECT_TRUE(gRaised.empty());
     Fire(kDeleted);
     EXPECT_TRUE(host.PumpUntil([] { return gRaised.size() == 2; }, 2s));
     // Held by the fake, a delivery and the record, and the other delivery or the kept record.
     const std::string fields = " Living room, chromecast, http://10.0.0.7/icon.png, 3, the item held 4";
     EXPECT_EQ(gRaised, (std::vector<std::string>{"ItemAdded" + fields, "ItemDeleted" + fields}));
-    EXPECT_EQ(Refs(gItem), 2);  // the kept record's hold only
+    EXPECT_EQ(fake.rendererItemRefs(gItem), 2);  // the kept record's hold only
 
     Value player = host.New("VLCMediaPlayerQRV", {vlc});
     EXPECT_TRUE(host.Call(player, "SetRenderer", {gKept}).AsBool());
-    EXPECT_EQ(PlayerRenderer(), gItem);
+    EXPECT_EQ(fake.playerRenderer(), gItem);
     EXPECT_TRUE(host.Call(player, "SetRenderer", {Value()}).AsBool());
-    EXPECT_EQ(PlayerRenderer(), nullptr);
+    EXPECT_EQ(fake.playerRenderer(), nullptr);
     fake.setInt("libvlc_media_player_set_renderer", -1);
     EXPECT_FALSE(host.Call(player, "SetRenderer", {gKept}).AsBool());
     gKept = Value();
-    EXPECT_EQ(Refs(gItem), 1);
+    EXPECT_EQ(fake.rendererItemRefs(gItem), 1);
 }
 
 TEST_F(FakeRenderers, OnlyHandledEventsAttachAndADestroyedDiscovererDropsWhatIsQueued) {
@@ -97,14 +97,14 @@ TEST_F(FakeRenderers, OnlyHandledEventsAttachAndADestroyedDiscovererDropsWhatIsQ
     EXPECT_TRUE(host.Call(caster, "Start").AsBool());
     Fire(kAdded);
     Fire(kAdded);
-    EXPECT_EQ(Refs(gItem), 3);
+    EXPECT_EQ(fake.rendererItemRefs(gItem), 3);
     caster = Value();  // the fake stops the process on detaching what is not attached
     EXPECT_EQ(fake.calls("libvlc_renderer_discoverer_stop"), 1);
     EXPECT_EQ(fake.calls("libvlc_renderer_discoverer_release"), 1);
     EXPECT_EQ(Attached(kAdded), 0);
     host.PumpFor(50ms);
     EXPECT_TRUE(gRaised.empty());
-    EXPECT_EQ(Refs(gItem), 1);
+    EXPECT_EQ(fake.rendererItemRefs(gItem), 1);
 
     // No event manager: nothing to attach to, and nothing to detach.
     fake.setInt("libvlc_renderer_discoverer_event_manager", -1);

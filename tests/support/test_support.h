@@ -187,6 +187,17 @@ public:
     int (*renderFrame)(int64_t frame) = Sym("fakevlc_render_frame");
     void (*vout)(int open) = Sym("fakevlc_vout");
     void (*holdFrame)(int64_t milliseconds) = Sym("fakevlc_hold_frame");
+    libvlc_renderer_item_t* (*newRendererItem)(const char*, const char*, const char*,
+                                               int) = Sym("fakevlc_new_renderer_item");
+    int64_t (*rendererItemRefs)(const libvlc_renderer_item_t*) = Sym("fakevlc_renderer_item_refs");
+    libvlc_renderer_item_t* (*playerRenderer)() = Sym("fakevlc_player_renderer");
+    int64_t (*dialogRaise)(libvlc_instance_t*, int, const char*) = Sym("fakevlc_dialog_raise");
+    int (*dialogCancel)(int64_t) = Sym("fakevlc_dialog_cancel");
+    int (*dialogUpdate)(int64_t, double, const char*) = Sym("fakevlc_dialog_update");
+    const char* (*dialogOutcome)(int64_t) = Sym("fakevlc_dialog_outcome");
+    // The stream callbacks and opaque of the last media made by libvlc_media_new_callbacks.
+    void (*mediaCallbacks)(libvlc_media_open_cb*, libvlc_media_read_cb*, libvlc_media_seek_cb*, libvlc_media_close_cb*,
+                           void**) = Sym("fakevlc_media_callbacks");
 };
 
 }  // namespace qrvtest
