@@ -25,12 +25,20 @@ void TraceEventName(const char* action, size_t index) {
     if (DebuggingEnabled == 1) LogMessageX("%s%s%s", kTracePrefix, action, kEventNames[index]);
 }
 
+// One callback attached to a source's libvlc event manager.
+struct Attachment {
+    libvlc_event_manager_t* manager;
+    size_t index;       // event record index
+    REALobject source;  // whose end detaches it
+};
+
 // What a manager has attached: libvlc aborts on detaching anything else, and
 // the user data of its callbacks is the manager's delivery target, so that
 // deliveries still queued when the manager goes are dropped.
 struct Listening {
     DeliveryTarget* target = nullptr;
-    std::vector<std::pair<libvlc_event_manager_t*, size_t>> attached;  // (manager, event index)
+    REALobject source = nullptr;  // the constructor's source, while it lasts
+    std::vector<Attachment> attached;
 };
 
 // Main thread only, keyed by the manager object while it exists.
@@ -53,7 +61,7 @@ static void Listen(REALobject self) {
         if (manager == nullptr || vlcfn::_libvlc_event_attach == nullptr) continue;
         if (listening.target == nullptr) listening.target = NewDeliveryTarget(self);
         if (vlcfn::_libvlc_event_attach(manager, kEventTypes[i], kEventCallbacks[i], listening.target) == 0)
-            listening.attached.emplace_back(manager, i);
+            listening.attached.push_back({manager, i, listening.source});
     }
 }
 
@@ -77,6 +85,7 @@ void StartEvents(REALobject self, REALobject source, const REALclassDefinition& 
         REALLockObject(source);
         if (d.parent != nullptr) REALUnlockObject(d.parent);
         d.parent = source;
+        ListeningManagers()[self].source = source;
     }
     Listen(self);
 }
@@ -119,9 +128,10 @@ static void VLCEventManagerDestructor(REALobject self) {
         Listening listening = std::move(found->second);
         ListeningManagers().erase(found);
         if (vlcfn::_libvlc_event_detach != nullptr) {
-            for (auto [manager, i] : listening.attached) {
-                TraceEventName("Uninstall", i);
-                vlcfn::_libvlc_event_detach(manager, kEventTypes[i], kEventCallbacks[i], listening.target);
+            for (const Attachment& a : listening.attached) {
+                TraceEventName("Uninstall", a.index);
+                vlcfn::_libvlc_event_detach(a.manager, kEventTypes[a.index], kEventCallbacks[a.index],
+                                            listening.target);
             }
             listening.attached.clear();
         }
@@ -132,6 +142,26 @@ static void VLCEventManagerDestructor(REALobject self) {
     d.handle = 0;
     ReleaseField(d.parent);
     ReleaseField(d.vlc);
+}
+
+// The manager keeps its source object locked, yet `Destructor` called as a
+// method releases the source's libvlc object, and its event manager with it:
+// what is attached there is detached first, and the manager stops listening.
+// Deliveries already queued still reach the manager, which lives on.
+void EndEventsFrom(REALobject source) {
+    for (auto& [manager, listening] : ListeningManagers()) {
+        if (listening.source == source) {
+            listening.source = nullptr;
+            EventManagerOf(manager).handle = 0;  // a later Listen attaches nothing
+        }
+        if (vlcfn::_libvlc_event_detach == nullptr) continue;  // what stays keeps the target alive
+        std::erase_if(listening.attached, [&](const Attachment& a) {
+            if (a.source != source) return false;
+            TraceEventName("Uninstall", a.index);
+            vlcfn::_libvlc_event_detach(a.manager, kEventTypes[a.index], kEventCallbacks[a.index], listening.target);
+            return true;
+        });
+    }
 }
 
 namespace {

@@ -30,6 +30,10 @@ enum EventIndex : size_t {
 // On record-version-9 hosts the event word points at a record holding the token.
 void* LookupEventHandler(REALobject object, const REALclassDefinition& cls, size_t index);
 
+// Called by each event source's destructor before it releases its libvlc
+// object: detaches every manager listening to `source`.
+void EndEventsFrom(REALobject source);
+
 // libvlc's callbacks, one per event, in record order.
 extern const libvlc_callback_t kEventCallbacks[kLibvlcEventCount];
 extern const libvlc_event_type_t kEventTypes[kLibvlcEventCount];

@@ -5,6 +5,9 @@
 // those still queued when the instance goes are dropped.
 #include "events/log_forwarding.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -144,6 +147,18 @@ DeliveryTarget* RoutedTarget(REALobject self, bool InstanceRoutes::*route) {
     return routes.target;
 }
 
+// fopen(path, "wb") that never waits: a named pipe nobody reads (or a device
+// that is not ready) fails at once instead of holding the main thread. The
+// descriptor stays non-blocking, so a reader that stops reading costs log lines
+// rather than a libvlc thread, and the main thread waiting for it.
+FILE* OpenLogFile(const char* path) {
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK, 0666);
+    if (fd < 0) return nullptr;
+    FILE* stream = fdopen(fd, "wb");
+    if (stream == nullptr) close(fd);
+    return stream;
+}
+
 // Closes the log file after libvlc stopped writing to it.
 void CloseLogFile(InstanceData& d) {
     ReleaseField(d.logFile);
@@ -189,7 +204,7 @@ void SetLogFile(REALobject self, REALfolderItem file) {
     rbPath path(file);
     FILE* stream = nullptr;
     if (const char* unixPath = path.GetUnixPath()) {
-        stream = fopen(unixPath, "wb");
+        stream = OpenLogFile(unixPath);
         if (stream != nullptr) setvbuf(stream, nullptr, _IOFBF, 0x100000);
     }
     TRACEF("%p", "result", static_cast<void*>(stream));

@@ -6,7 +6,9 @@
 #include <signal.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "binding/library.h"
@@ -32,6 +34,43 @@ void PrepareSignals() {
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+}
+
+// libvlc 3.0 ends the calling process for these options: it prints help, a
+// module list or its version and exits, forks into a daemon and exits, or
+// hands its items to another running VLC and exits (one instance, also through
+// a configuration file it would read). Its option parser takes any unique
+// prefix of a long name, so every prefix is refused.
+constexpr const char* kEndingLongOptions[] = {
+    "daemon",       "help",   "full-help",    "longhelp",          "version",          "list",
+    "list-verbose", "module", "one-instance", "started-from-file", "no-ignore-config", "noignore-config",
+};
+constexpr const char* kEndingShortOptions = "dhHlp";    // daemon, help, full-help, list, module
+constexpr const char* kShortOptionsWithValue = "AVSI";  // the rest of the word is the value
+
+bool EndsTheProcess(const char* argument) {
+    if (argument == nullptr || argument[0] != '-' || argument[1] == '\0') return false;
+    if (argument[1] != '-') {
+        for (const char* c = argument + 1; *c != '\0' && strchr(kShortOptionsWithValue, *c) == nullptr; ++c)
+            if (strchr(kEndingShortOptions, *c) != nullptr) return true;
+        return false;
+    }
+    size_t length = strcspn(argument + 2, "=");
+    if (length == 0) return false;  // "--" ends the options; "--=x" is no option
+    for (const char* name : kEndingLongOptions)
+        if (length <= strlen(name) && strncmp(argument + 2, name, length) == 0) return true;
+    return false;
+}
+
+// Raises and answers true when an argument before "--" would end the process.
+bool RefuseEndingArguments(const char* const* argv, int64_t argc) {
+    for (int64_t i = 0; i < argc && !(argv[i] != nullptr && strcmp(argv[i], "--") == 0); ++i) {
+        if (!EndsTheProcess(argv[i])) continue;
+        std::string message = std::string("libvlc would end the program for the argument ") + argv[i];
+        RaiseException("OutOfBoundsException", message.c_str());
+        return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -81,6 +120,7 @@ static void VLCInstanceConstructor(REALobject self, REALarray args) {
         LogMessageX("%s%s %p", kTracePrefix, "args", static_cast<void*>(argv.get()));
         for (int64_t i = 0; i < argc; ++i) LogMessageX("%s%s %s", kTracePrefix, "args[]", argv[i]);
     }
+    if (RefuseEndingArguments(argv.get(), argc)) return;
     libvlc_instance_t* instance = vlcfn::_libvlc_new(static_cast<int>(argc), argv.get());
     InstanceOf(self).handle = reinterpret_cast<int64_t>(instance);
     if (instance != nullptr) ++gLiveInstances;

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "events/event_manager.h"
 #include "media/instance.h"
 #include "media/records.h"
 #include "playback/media_list.h"
@@ -207,6 +208,7 @@ static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstr
 // The descriptor test is on the value alone, so an object whose Clone
 // constructor raised (descriptor 0 in the host's zero-filled data) closes 0.
 static void VLCMediaDestructor(REALobject self) {
+    EndEventsFrom(self);  // before libvlc frees the event manager
     MediaData& d = MediaOf(self);
     if (d.handle != 0 && vlcfn::_libvlc_media_release != nullptr)
         vlcfn::_libvlc_media_release(reinterpret_cast<libvlc_media_t*>(d.handle));

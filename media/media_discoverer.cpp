@@ -2,6 +2,9 @@
 // Members test the handle, trace, then test the libvlc function (GUARD_HTF).
 #include <vlc/vlc.h>
 
+#include <cstring>
+
+#include "events/event_manager.h"
 #include "media/discoverer_library.h"
 #include "media/instance.h"
 #include "playback/media_list.h"
@@ -14,6 +17,25 @@ namespace {
 ServiceData& DiscovererOf(REALobject self) { return DataOf<ServiceData>(self, VLCMediaDiscovererQRVClass); }
 libvlc_media_discoverer_t* DiscovererHandle(REALobject self) {
     return reinterpret_cast<libvlc_media_discoverer_t*>(DiscovererOf(self).handle);
+}
+
+// libvlc 3.0 makes a discoverer for any name and only its start fails: a name
+// is a service when one of libvlc's categories lists it. Without the list
+// functions the name is not checked.
+bool IsService(libvlc_instance_t* instance, const char* name) {
+    if (vlcfn::_libvlc_media_discoverer_list_get == nullptr || vlcfn::_libvlc_media_discoverer_list_release == nullptr)
+        return true;
+    bool found = false;
+    for (int category = libvlc_media_discoverer_devices; category <= libvlc_media_discoverer_localdirs; ++category) {
+        libvlc_media_discoverer_description_t** services = nullptr;
+        size_t count = vlcfn::_libvlc_media_discoverer_list_get(
+            instance, static_cast<libvlc_media_discoverer_category_t>(category), &services);
+        for (size_t i = 0; i < count && services != nullptr && !found; ++i)
+            found = services[i] != nullptr && services[i]->psz_name != nullptr && name != nullptr &&
+                    strcmp(services[i]->psz_name, name) == 0;
+        if (services != nullptr) vlcfn::_libvlc_media_discoverer_list_release(services, count);
+    }
+    return found;
 }
 
 }  // namespace
@@ -36,6 +58,7 @@ static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALs
 #pragma GCC diagnostic pop
 
 static void VLCMediaDiscovererDestructor(REALobject self) {
+    EndEventsFrom(self);  // before libvlc frees the event manager
     ServiceData& d = DiscovererOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_discoverer_release, d.vlc);
 }
@@ -58,6 +81,8 @@ static RBBoolean IsRunning(REALobject self) {
 
 // A discoverer made but not started; nil when libvlc has no such service (its
 // podcast service, for one, works only with a playlist and is refused here).
+// The discoverer is made before the name is checked, so that the function
+// tested first is the one called first.
 static REALobject Create(REALobject vlc, REALstring name) {
     TRACE("Create");
     if (!VLC_NEED(libvlc_media_discoverer_new)) return nullptr;
@@ -71,6 +96,10 @@ static REALobject Create(REALobject vlc, REALstring name) {
         vlcfn::_libvlc_media_discoverer_new(reinterpret_cast<libvlc_instance_t*>(instance), text.GetUTF8());
     TRACEF("%p", "handle", static_cast<void*>(discoverer));
     if (discoverer == nullptr) return nullptr;
+    if (!IsService(reinterpret_cast<libvlc_instance_t*>(instance), text.GetUTF8())) {
+        if (vlcfn::_libvlc_media_discoverer_release != nullptr) vlcfn::_libvlc_media_discoverer_release(discoverer);
+        return nullptr;
+    }
     REALobject object = REALnewInstance(VLCMediaDiscovererQRVClass.name);
     if (object == nullptr) {
         if (vlcfn::_libvlc_media_discoverer_release != nullptr) vlcfn::_libvlc_media_discoverer_release(discoverer);

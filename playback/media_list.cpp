@@ -5,6 +5,9 @@
 
 #include <vlc/vlc.h>
 
+#include <unordered_map>
+
+#include "events/event_manager.h"
 #include "media/instance.h"
 #include "media/media.h"
 #include "plugin/guard.h"
@@ -20,6 +23,27 @@ libvlc_media_t* ItemArgument(REALobject item) {
     auto media = reinterpret_cast<libvlc_media_t*>(HandleOf(item, VLCMediaQRVClass));
     if (media == nullptr) RaiseNilObjectException("item parameter is nil");
     return media;
+}
+
+// The libvlc lists the program holds locked, each with the object that locked
+// it. libvlc's list lock is not recursive: a second Lock on the main thread
+// hangs it for good. Main thread only.
+std::unordered_map<libvlc_media_list_t*, REALobject>& LockedLists() {
+    static auto* lists = new std::unordered_map<libvlc_media_list_t*, REALobject>;
+    return *lists;
+}
+
+// A list still locked by this object is unlocked before it goes.
+void UnlockListsOf(REALobject self) {
+    for (auto it = LockedLists().begin(); it != LockedLists().end();) {
+        if (it->second != self) {
+            ++it;
+            continue;
+        }
+        if (it->first == ListHandle(self) && vlcfn::_libvlc_media_list_unlock != nullptr)
+            vlcfn::_libvlc_media_list_unlock(it->first);
+        it = LockedLists().erase(it);
+    }
 }
 
 }  // namespace
@@ -45,17 +69,24 @@ static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
 }
 
 static void VLCMediaListDestructor(REALobject self) {
+    EndEventsFrom(self);  // before libvlc frees the event manager
+    UnlockListsOf(self);
     MediaListData& d = ListOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc);
 }
 
 static void Lock(REALobject self) {
     GUARD_HTF(ListOf(self).handle, "Lock", libvlc_media_list_lock, );
+    if (!LockedLists().emplace(ListHandle(self), self).second) {
+        RaiseException("RuntimeException", "The list is already locked.");
+        return;
+    }
     vlcfn::_libvlc_media_list_lock(ListHandle(self));
 }
 
 static void Unlock(REALobject self) {
     GUARD_HTF(ListOf(self).handle, "Unlock", libvlc_media_list_unlock, );
+    LockedLists().erase(ListHandle(self));
     vlcfn::_libvlc_media_list_unlock(ListHandle(self));
 }
 

@@ -4,6 +4,7 @@
 
 #include <vlc/vlc.h>
 
+#include "events/event_manager.h"
 #include "media/instance.h"
 #include "media/media.h"
 #include "playback/media_list.h"
@@ -33,12 +34,20 @@ static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_player_new(instance));
 }
 
-// List and Player keep the locks SetMediaList and SetMediaPlayer took.
+// List and Player hold one lock each, taken by SetMediaList and SetMediaPlayer
+// (or a write of the property); libvlc keeps references of its own.
+static void ReleaseListPlayerSlots(MediaListPlayerData& d) {
+    ReleaseField(d.list);
+    ReleaseField(d.player);
+}
+
 static void VLCMediaListPlayerDestructor(REALobject self) {
+    EndEventsFrom(self);  // before libvlc frees the event manager
     MediaListPlayerData& d = ListPlayerOf(self);
     if (d.handle != 0 && vlcfn::_libvlc_media_list_player_release != nullptr)
         vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
     d.handle = 0;
+    ReleaseListPlayerSlots(d);
     ReleaseField(d.vlc);
 }
 
@@ -102,7 +111,13 @@ static RBInteger GetState(REALobject self) {
     return static_cast<RBInteger>(vlcfn::_libvlc_media_list_player_get_state(ListPlayer(self)));
 }
 
-// A player stored earlier is overwritten without being unlocked.
+// The lock taken on the new player or list replaces the one on the object it replaces.
+static void KeepInSlot(REALobject& slot, REALobject object) {
+    REALLockObject(object);
+    ReleaseField(slot);
+    slot = object;
+}
+
 static void SetMediaPlayer(REALobject self, REALobject player) {
     LIST_PLAYER_GUARD_TFH("SetMediaPlayer", libvlc_media_list_player_set_media_player, );
     int64_t handle = HandleOf(player, VLCMediaPlayerQRVClass);
@@ -110,8 +125,7 @@ static void SetMediaPlayer(REALobject self, REALobject player) {
         RaiseNilObjectException("Player is nil");
         return;
     }
-    ListPlayerOf(self).player = player;
-    REALLockObject(player);
+    KeepInSlot(ListPlayerOf(self).player, player);
     vlcfn::_libvlc_media_list_player_set_media_player(ListPlayer(self),
                                                       reinterpret_cast<libvlc_media_player_t*>(handle));
 }
@@ -123,8 +137,7 @@ static void SetMediaList(REALobject self, REALobject list) {
         RaiseNilObjectException("List is nil");
         return;
     }
-    ListPlayerOf(self).list = list;
-    REALLockObject(list);
+    KeepInSlot(ListPlayerOf(self).list, list);
     vlcfn::_libvlc_media_list_player_set_media_list(ListPlayer(self), reinterpret_cast<libvlc_media_list_t*>(handle));
 }
 

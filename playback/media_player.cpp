@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+#include "events/event_manager.h"
 #include "media/discovery.h"
 #include "media/equalizer.h"
 #include "media/instance.h"
@@ -249,6 +250,7 @@ static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
 
 // Detaches every output before the release, so no callback runs afterwards.
 static void VLCMediaPlayerDestructor(REALobject self) {
+    EndEventsFrom(self);  // before libvlc frees the event manager
     MediaPlayerData& d = PlayerOf(self);
     if (d.handle != 0 && vlcfn::_libvlc_media_player_release != nullptr) {
         libvlc_media_player_t* player = Player(self);

@@ -1,8 +1,12 @@
 // Events and logs of Debian's libvlc 3.0, headless, reaching host handlers on
 // the main thread in libvlc's order.
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "tests/events/recorder.h"
+#include "tests/events/watchdog.h"
 
 namespace {
 
@@ -120,7 +124,6 @@ TEST_F(RealEvents, MediaListAndListPlayerEvents) {
     Value player = host.New("VLCMediaPlayerQRV", {vlc});
     host.Call(listPlayer, "SetMediaPlayer", {player});
     host.Call(listPlayer, "SetMediaList", {list});
-    host.KeptByDesign(player), host.KeptByDesign(list);
     host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)});
     auto itemSet = [&] {
         return std::ranges::any_of(ArgumentsOf("MediaListPlayerNextItemSet"), [](auto& i) { return i != "<nil>"; });
@@ -163,6 +166,55 @@ TEST_F(RealEvents, LogLinesReachTheLogEventAndLibvlcWritesTheLogFile) {
     EXPECT_TRUE(NothingRaised(host)) << "an unwritable place raises nothing";
     host.Call(logging, "ClearLog");
     std::filesystem::remove(path);
+
+    // A named pipe: without a reader it fails at once, like an unwritable place; with one it gets the
+    // log; and a reader that stops reading (a full pipe) never holds up the main thread.
+    Watchdog dog(60s);
+    std::string fifo = path + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    host.Call(logging, "SetLogFile", {host.FolderItem(fifo)});
+    EXPECT_TRUE(NothingRaised(host));
+    int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    char bytes[65536];
+    for (bool full : {false, true}) {
+        int filler = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+        while (full && write(filler, bytes, sizeof bytes) > 0) {
+        }
+        host.Call(logging, "SetLogFile", {host.FolderItem(fifo)});
+        host.Call(player, "Play");
+        host.PumpFor(300ms);
+        host.Call(player, "Stop");
+        host.Call(logging, "ClearLog");
+        close(filler);
+        EXPECT_TRUE(full || read(reader, bytes, sizeof bytes) > 0) << "the reader gets the log";
+        while (read(reader, bytes, sizeof bytes) > 0) {
+        }
+    }
+    close(reader);
+    std::filesystem::remove(fifo);
+}
+
+// `Destructor` called as a method on a source releases its libvlc object while managers listen to it:
+// they are detached first and stop listening, and what was queued before still reaches them.
+TEST_F(RealEvents, ManagersOfASourceDestroyedAsAMethodAreDetachedFirst) {
+    Value list = host.New("VLCMediaListQRV", {vlc}), media = Media("tone.wav");
+    Value player = host.New("VLCMediaPlayerQRV", {vlc}), listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+    std::vector<Value> managers = {Events("EndedPlayer", player, {On<"MediaPlayerStopped">()}),
+                                   Events("EndedMedia", media, {On<"MediaFreed", REALobject>()}),
+                                   Events("EndedList", list, {On<"MediaListItemAdded", REALobject, RBInteger>()}),
+                                   Events("EndedListPlayer", listPlayer, {On<"MediaListPlayerStopped">()})};
+    host.Call(list, "AddMedia", {media});  // queued, not yet raised
+    for (Value* source : {&player, &media, &list, &listPlayer}) host.Call(*source, "Destructor");
+    for (Value& manager : managers) {
+        host.Call(manager, "Listen");
+        EXPECT_EQ(host.Get(manager, "Handle").AsInt(), 0) << "nothing left to listen to";
+    }
+    host.PumpFor(100ms);
+    EXPECT_EQ(ArgumentsOf("MediaListItemAdded").size(), 1u);
+    EXPECT_TRUE(ArgumentsOf("MediaFreed").empty()) << "detached before libvlc freed the media";
+    managers.clear();
+    EXPECT_TRUE(NothingRaised(host));
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ TEST_F(WithFake, InstanceArgumentsReachLibvlcAndEachWrapperReleasesOnce) {
     for (auto [args, argc, argv] : std::initializer_list<std::tuple<Value, int64_t, const char*>>{
              {Value(), 0, "(null argv)"},
              {host.StringArray({}), 0, "(null argv)"},
-             {host.StringArray({"--one", "caf\xC3\xA9", ""}), 3, "--one\ncaf\xC3\xA9\n"}}) {
+             {host.StringArray({"--first", "caf\xC3\xA9", ""}), 3, "--first\ncaf\xC3\xA9\n"}}) {
         EXPECT_NE(host.Get(host.New("VLCInstanceQRV", {args}), "Handle").AsInt(), 0);
         EXPECT_EQ(fake.integer("libvlc_new.argc"), argc);
         EXPECT_EQ(fake.Text("libvlc_new.argv"), argv);

@@ -1,13 +1,16 @@
 // Media objects on Debian's libvlc 3.0, headless, with the bundled samples.
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <sstream>
 
+#include "tests/events/watchdog.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -64,6 +67,44 @@ TEST_F(RealLibvlc, ErrorTextOnlyWhileAnInstanceLives) {
     host.CallShared("VLCInstanceQRV", "ClearError");
     EXPECT_EQ(pthread_getspecific(other), otherLibrarysData);
     pthread_key_delete(other);
+    EXPECT_TRUE(NothingRaised(host));
+}
+
+// libvlc 3.0 ends the calling process for these instance arguments (it prints and exits, or forks a
+// daemon and exits, or hands over to a running VLC and exits); tried in a child, so that one let
+// through ends the child only. The child answers 42 when every one raised and made no instance.
+TEST_F(RealLibvlc, InstanceArgumentsThatEndTheProcessAreRefused) {
+    // Each follows a plain item: libvlc reads options after items too.
+    const char* refused =
+        "--daemon -d -qd -vd --dae --help -h -H --full-help --longhelp --version --vers --list -l "
+        "--list-v --module=dummy --modul=x -pdummy --one-instance --started-from-file "
+        "--no-ignore-config";
+    fflush(nullptr);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        int refusedAll = 42;
+        std::istringstream words(refused);
+        for (std::string argument; words >> argument;) {
+            Value instance = host.New("VLCInstanceQRV", {host.StringArray({"--intf=dummy", "item", argument})});
+            if (!Raised(host, "OutOfBoundsException", "libvlc would end the program for the argument " + argument) ||
+                host.Get(instance, "Handle").AsInt() != 0) {
+                fprintf(stderr, "not refused: %s\n", argument.c_str());
+                refusedAll = 1;
+            }
+        }
+        _exit(refusedAll);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 42) << "child status " << status;
+    // Their neighbours, values of options that take one, and anything after "--" still reach libvlc.
+    for (const char* allowed : {"--no-daemon", "--help-verbose", "-Vdummy", "--verbose=0"}) {
+        Value instance = host.New("VLCInstanceQRV", {host.StringArray({"--intf=dummy", "--quiet", allowed})});
+        EXPECT_NE(host.Get(instance, "Handle").AsInt(), 0) << allowed;
+    }
+    Value afterEnd = host.New("VLCInstanceQRV", {host.StringArray({"--intf=dummy", "--", "--help"})});
+    EXPECT_NE(host.Get(afterEnd, "Handle").AsInt(), 0);
     EXPECT_TRUE(NothingRaised(host));
 }
 
@@ -174,6 +215,13 @@ TEST_F(RealLibvlc, MediaListOperationsLockAuditAndTrace) {
         EXPECT_EQ(host.Get(item, "Tag").AsInt(), 0x5eed);
     }
     host.Call(list, "Lock");
+    {
+        eventstest::Watchdog dog(std::chrono::seconds(60));  // libvlc's list lock is not recursive
+        host.Call(list, "Lock");
+    }
+    EXPECT_TRUE(Raised(host, "RuntimeException", "The list is already locked."));
+    host.Call(list, "Unlock");
+    host.Call(list, "Lock");  // unlocked again, so Lock works again
     host.Call(list, "Unlock");
     ExpectAnswers(host, list, {{"Remove", 0, {Value::Int(7)}}, {"Remove", 1, {Value::Int(0)}}, {"Count", 1}});
     host.Call(list, "SetMedia", {absent});

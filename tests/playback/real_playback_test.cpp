@@ -90,7 +90,6 @@ TEST_F(RealPlayback, MediaPropertyAndAListPlayerWalkingTwoSamples) {
     Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
     host.Call(listPlayer, "SetMediaPlayer", {player});
     host.Call(listPlayer, "SetMediaList", {list});
-    host.KeptByDesign(player), host.KeptByDesign(list);
     EXPECT_EQ(host.Get(listPlayer, "List").AsObject(), list.AsObject());
     // libvlc 3.0.24 answers -1 here although the item starts playing.
     EXPECT_FALSE(host.Call(listPlayer, "PlayItemAtIndex", {Value::Int(0)}).AsBool());
@@ -103,6 +102,24 @@ TEST_F(RealPlayback, MediaPropertyAndAListPlayerWalkingTwoSamples) {
     ExpectAnswers(host, listPlayer, {{"PlayItemAtIndex", 0, {Value::Int(5)}}});
     host.Call(listPlayer, "SetPlaybackMode", {Value::Int(1)});
     host.Call(listPlayer, "Stop");
+    EXPECT_TRUE(NothingRaised(host));
+}
+
+// Each slot holds one lock: the player or list it replaces is given back, a property write counts as a
+// set, and the last two go with the list player (also after its Destructor was called as a method).
+TEST_F(RealPlayback, ListPlayerHoldsOnePlayerAndOneList) {
+    Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+    size_t objects = host.LiveObjects();
+    for (int i = 0; i < 20; ++i) {
+        host.Call(listPlayer, "SetMediaPlayer", {host.New("VLCMediaPlayerQRV", {vlc})});
+        host.Call(listPlayer, "SetMediaList", {host.New("VLCMediaListQRV", {vlc})});
+        host.Set(listPlayer, "Player", host.New("VLCMediaPlayerQRV", {vlc}));
+    }
+    EXPECT_EQ(host.LiveObjects(), objects + 2);
+    host.Call(listPlayer, "Destructor");
+    EXPECT_EQ(host.LiveObjects(), objects);
+    listPlayer = Value();
+    EXPECT_EQ(host.LiveObjects(), objects - 1);
     EXPECT_TRUE(NothingRaised(host));
 }
 

@@ -135,9 +135,6 @@ void SweepClass(const std::string& className, bool cairoPictures) {
         }
         // Let deferred work run on the main thread before the objects go.
         host.PumpFor(std::chrono::milliseconds(200));
-        if (className == "VLCMediaListPlayerQRV")  // keeps the players and lists it is given
-            for (auto& [type, object] : hostile.objects)
-                if (object.AsObject() != nullptr) host.KeptByDesign(object);
     }
     unlink(sample.c_str());
 }
