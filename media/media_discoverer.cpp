@@ -81,8 +81,6 @@ static RBBoolean IsRunning(REALobject self) {
 
 // A discoverer made but not started; nil when libvlc has no such service (its
 // podcast service, for one, works only with a playlist and is refused here).
-// The discoverer is made before the name is checked, so that the function
-// tested first is the one called first.
 static REALobject Create(REALobject vlc, REALstring name) {
     TRACE("Create");
     if (!VLC_NEED(libvlc_media_discoverer_new)) return nullptr;
