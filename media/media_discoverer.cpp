@@ -2,6 +2,7 @@
 // Members test the handle, trace, then test the libvlc function (GUARD_HTF).
 #include <vlc/vlc.h>
 
+#include "binding/library.h"
 #include "media/discoverer_library.h"
 #include "media/instance.h"
 #include "playback/media_list.h"
@@ -23,6 +24,7 @@ libvlc_media_discoverer_t* DiscovererHandle(REALobject self) {
 
 // An instance whose handle is 0 is reported, yet kept in VLC.
 static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaDiscovererConstructor");
     if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
     ServiceData& d = DiscovererOf(self);
@@ -38,6 +40,7 @@ static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALs
 static void VLCMediaDiscovererDestructor(REALobject self) {
     ServiceData& d = DiscovererOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_discoverer_release, d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static REALobject GetMediaList(REALobject self) {
@@ -76,6 +79,7 @@ static REALobject Create(REALobject vlc, REALstring name) {
         if (vlcfn::_libvlc_media_discoverer_release != nullptr) vlcfn::_libvlc_media_discoverer_release(discoverer);
         return nullptr;
     }
+    NoteLibvlcHolder(object);
     ServiceData& d = DiscovererOf(object);
     d.handle = reinterpret_cast<int64_t>(discoverer);
     REALLockObject(vlc);

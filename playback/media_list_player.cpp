@@ -4,6 +4,7 @@
 
 #include <vlc/vlc.h>
 
+#include "binding/library.h"
 #include "media/instance.h"
 #include "media/media.h"
 #include "playback/media_list.h"
@@ -26,6 +27,7 @@ libvlc_media_list_player_t* ListPlayer(REALobject self) {
 
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaListPlayerConstructor");
     if (!VLC_NEED(libvlc_media_list_player_new)) return;
     MediaListPlayerData& d = ListPlayerOf(self);
@@ -40,6 +42,7 @@ static void VLCMediaListPlayerDestructor(REALobject self) {
         vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
     d.handle = 0;
     ReleaseField(d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static void Play(REALobject self) {

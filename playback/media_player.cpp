@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+#include "binding/library.h"
 #include "media/discovery.h"
 #include "media/equalizer.h"
 #include "media/instance.h"
@@ -214,6 +215,7 @@ static void SetMedia(REALobject self, RBInteger, REALobject media) {
 // ---- constructors and destructor ---------------------------------------------
 
 static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaPlayerConstructorInstance");
     if (!VLC_NEED(libvlc_media_player_new)) return;
     MediaPlayerData& d = PlayerOf(self);
@@ -231,6 +233,7 @@ static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
 
 // A player made from a media keeps that media and has no VLC.
 static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaPlayerConstructorMedia");
     if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
     MediaPlayerData& d = PlayerOf(self);
@@ -264,6 +267,7 @@ static void VLCMediaPlayerDestructor(REALobject self) {
     ReleaseField(d.vlc);
     ReleaseField(d.tag);
     ReleaseField(d.media);
+    ForgetLibvlcHolder(self);
 }
 
 // ---- methods -----------------------------------------------------------------
