@@ -90,6 +90,14 @@ TEST(Libvlc4, MembersNeverReachAFunctionWhoseContractDiffers) {
     EXPECT_GT(fake.calls("libvlc_new"), 0);
 }
 
+// The 3.0 fake exports all 290 functions and reports 3.0.24: none is left unbound.
+TEST(Libvlc4, TheLibvlc3FakeStillBindsEveryFunction) {
+    Host host;
+    qrvtest::FakeVLC fake;
+    ASSERT_TRUE(fake.LoadInto(host));
+    EXPECT_TRUE(host.CallShared("VLCInstanceQRV", "GetLoadError").IsNil());
+}
+
 // A major the list does not describe binds nothing LoadLibrary could call wrongly, and says why.
 TEST(Libvlc4, UnknownMajorsBindNothing) {
     for (const char* version : {"5.0.0-dev", "1.1.9 The Luggage", "12", "vlc 4.0", ""}) {
