@@ -1,6 +1,6 @@
 // Binds the libvlc functions by name from a library the host program names.
-// The handle is never kept or closed; every load replaces the whole table,
-// binding only the entries whose contract holds for the library's major.
+// The handle is never closed; every load replaces the whole table, binding
+// only the entries whose contract holds for the library's major.
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -85,25 +85,16 @@ void BindAll(void* library, const std::string& version, int major) {
     SetLoadError(why);
 }
 
-// The libvlc the table was bound from, told by its libvlc_new; a second load of
-// the same library binds the same addresses.
-bool IsBoundLibrary(void* library) {
-    void* create = dlsym(library, "libvlc_new");
-    return create != nullptr && create == reinterpret_cast<void*>(vlcfn::_libvlc_new);
-}
-
-bool TableEmpty() {
-    for (size_t i = 0; i < vlcfn::kEntryCount; ++i)
-        if (*vlcfn::kEntries[i].slot != nullptr) return false;
-    return true;
-}
+// The library the table was last bound from (dlopen answers the same handle
+// for the same library, and a second load of it binds the same addresses).
+void* gBoundLibrary = nullptr;
 
 // Objects of the bound library still call it through the table: another
 // library's table would release them through the wrong functions. (Before
 // any library is bound, no object can hold anything of one.)
 bool RefusedWhileObjectsLive(void* library) {
     size_t live = LiveLibvlcHolders();
-    if (live == 0 || TableEmpty() || IsBoundLibrary(library)) return false;
+    if (live == 0 || gBoundLibrary == nullptr || library == gBoundLibrary) return false;
     char why[200];
     snprintf(why, sizeof why, "another libvlc is not loaded while %zu objects of the loaded one live", live);
     TRACE("ObjectsLive");
@@ -120,6 +111,7 @@ bool OpenAndBind(const char* path) {
         return true;
     }
     if (RefusedWhileObjectsLive(library)) return false;
+    gBoundLibrary = library;
     std::string version = VersionOf(library);
     int major = vlcfn::MajorOfVersion(version.c_str());
     TRACEF("%d", "major", major);
