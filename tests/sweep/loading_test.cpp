@@ -120,22 +120,37 @@ TEST(Libvlc4, UnknownMajorsBindNothing) {
     }
 }
 
+int gTimeEvents = 0;
+void CountTimeEvent(REALobject, int64_t) { ++gTimeEvents; }
+
 // Objects of the loaded library, of each kind that holds a libvlc object or a
-// registration with libvlc; a capturing player plays.
+// registration with libvlc; a capturing player plays, an event manager listens.
 std::vector<Value> LiveObjects(Host& host, const std::string& mediaPath) {
     Value vlc = qrvtest::HeadlessInstance(host);
     Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(mediaPath)});
     Value player = host.New("VLCMediaPlayerQRV", {media});
     host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
     host.Call(player, "Play");
-    Value listening = host.New("VLCEventManagerQRV", {player});
+    host.DefineSubclass("TimeEvents", "VLCEventManagerQRV",
+                        {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(CountTimeEvent)}});
+    Value listening = host.New("TimeEvents", {player});
     host.Call(vlc, "SetLogEvent");
-    return {vlc, media, player, listening, host.New("VLCMediaListQRV", {vlc}), host.New("VLCEqualizerQRV", {Value()})};
+    return {vlc,
+            media,
+            player,
+            listening,
+            host.New("VLCMediaListQRV", {vlc}),
+            host.New("VLCDialogQRV", {vlc}),
+            host.New("VLCEqualizerQRV", {Value()})};
 }
 
-void ReloadRefusedWhileObjectsLive(Host& host, const std::string& other, const std::string& mediaPath) {
+// On the real libvlc the player plays until the listening manager has had a time event.
+void ReloadRefusedWhileObjectsLive(Host& host, const std::string& other, const std::string& mediaPath, bool real) {
+    gTimeEvents = 0;
     std::vector<Value> objects = LiveObjects(host, mediaPath);
-    host.PumpFor(std::chrono::milliseconds(300));
+    if (real) {
+        EXPECT_TRUE(host.PumpUntil([] { return gTimeEvents > 0; }, std::chrono::milliseconds(20000)));
+    }
     // The real libvlc names its compiler, the fake none.
     std::string compiler = host.Text(host.CallShared("VLCInstanceQRV", "GetCompiler"));
     EXPECT_FALSE(host.CallShared("VLCInstanceQRV", "LoadLibrary", {host.String(other)}).AsBool());
@@ -158,7 +173,7 @@ TEST(LoadLibrary, AnotherLibraryIsRefusedWhileObjectsOfTheLoadedOneLive) {
         Host host;
         qrvtest::FakeVLC fake;
         ASSERT_TRUE(qrvtest::LoadRealLibvlc(host));
-        ReloadRefusedWhileObjectsLive(host, fake.path, sample);
+        ReloadRefusedWhileObjectsLive(host, fake.path, sample, true);
         host.New("VLCInstanceQRV", {host.StringArray({})});
         EXPECT_EQ(fake.calls("libvlc_new"), 1) << "the fake is bound now";
     }
@@ -170,7 +185,7 @@ TEST(LoadLibrary, AnotherLibraryIsRefusedWhileObjectsOfTheLoadedOneLive) {
         std::vector<Value> objects = LiveObjects(host, sample);
         EXPECT_TRUE(fake.LoadInto(host));
         objects.clear();
-        ReloadRefusedWhileObjectsLive(host, "libvlc.so.5", sample);
+        ReloadRefusedWhileObjectsLive(host, "libvlc.so.5", sample, false);
     }
 }
 
