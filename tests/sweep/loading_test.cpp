@@ -131,8 +131,9 @@ std::vector<Value> LiveObjects(Host& host, const std::string& mediaPath) {
     Value player = host.New("VLCMediaPlayerQRV", {media});
     host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
     host.Call(player, "Play");
-    host.DefineSubclass("TimeEvents", "VLCEventManagerQRV",
-                        {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(CountTimeEvent)}});
+    if (host.FindClass("TimeEvents") == nullptr)
+        host.DefineSubclass("TimeEvents", "VLCEventManagerQRV",
+                            {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(CountTimeEvent)}});
     Value listening = host.New("TimeEvents", {player});
     host.Call(vlc, "SetLogEvent");
     return {vlc,
