@@ -2,12 +2,21 @@
 // VLCInstanceQRV.
 #pragma once
 
+#include <cstddef>
+
 #include "plugin/host_abi.h"
 
 // libvlc keeps its per-thread error text under a thread key that exists only
 // while at least one instance does; reading or clearing it otherwise touches
 // another library's key. Counts the instances created and not yet released.
 extern int64_t gLiveInstances;
+
+// Plug-in objects holding a libvlc object or having callbacks registered with
+// libvlc (noted where they take the first, forgotten in their destructors):
+// LoadLibrary refuses another library while any lives. Noting twice is noting once.
+void NoteLibvlcHolder(REALobject object);
+void ForgetLibvlcHolder(REALobject object);
+size_t LiveLibvlcHolders();
 
 // The loader's last error text (one reference owned here), or null.
 extern REALstring gLoadError;

@@ -2,12 +2,12 @@
 
 namespace vlcfn {
 
-#define X(name, ret, params) name##_t _##name = nullptr;
+#define X(name, majors, ret, params) name##_t _##name = nullptr;
 #include "binding/functions.def"
 #undef X
 
 const Entry kEntries[] = {
-#define X(name, ret, params) {#name, reinterpret_cast<void**>(&_##name)},
+#define X(name, majors, ret, params) {#name, reinterpret_cast<void**>(&_##name), majors},
 #include "binding/functions.def"
 #undef X
 };

@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "binding/library.h"
 #include "binding/vlc_table.h"
 #include "events/delivery_queue.h"
 #include "events/event_manager.h"
@@ -308,6 +309,7 @@ bool EndRegistration(DialogData& d) {
 // A constructor run again ends the registration it made before. An instance
 // whose handle is 0 is reported, yet kept in VLC.
 static void VLCDialogConstructor(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCDialogConstructor");
     if (!VLC_NEED(libvlc_dialog_set_callbacks)) return;
     DialogData& d = DialogOf(self);
@@ -330,6 +332,7 @@ static void VLCDialogDestructor(REALobject self) {
     RetireDeliveryTarget(d.target, EndRegistration(d));
     d.target = nullptr;
     ReleaseField(d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static RBBoolean PostLogin(REALobject self, RBInteger id, REALstring username, REALstring password, RBBoolean store) {

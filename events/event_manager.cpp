@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "binding/library.h"
 #include "binding/vlc_table.h"
 #include "events/delivery_queue.h"
 #include "plugin/guard.h"
@@ -95,26 +96,31 @@ void StartEvents(REALobject self, REALobject source, const REALclassDefinition& 
                 "_" #fn, message)
 
 static void VLCEventManagerConstructorMediaPlayer(REALobject self, REALobject source) {
+    NoteLibvlcHolder(self);
     START_EVENTS(VLCMediaPlayerQRVClass, "VLCEventManagerConstructorMediaPlayer", libvlc_media_player_event_manager,
                  "media parameter is nil");
 }
 
 static void VLCEventManagerConstructorMedia(REALobject self, REALobject source) {
+    NoteLibvlcHolder(self);
     START_EVENTS(VLCMediaQRVClass, "VLCEventManagerConstructorMedia", libvlc_media_event_manager,
                  "media parameter is nil");
 }
 
 static void VLCEventManagerConstructorMediaDiscoverer(REALobject self, REALobject source) {
+    NoteLibvlcHolder(self);
     START_EVENTS(VLCMediaDiscovererQRVClass, "VLCEventManagerConstructorMediaDiscoverer",
                  libvlc_media_discoverer_event_manager, "Discoverer parameter is nil");
 }
 
 static void VLCEventManagerConstructorMediaList(REALobject self, REALobject source) {
+    NoteLibvlcHolder(self);
     START_EVENTS(VLCMediaListQRVClass, "VLCEventManagerConstructorMediaList", libvlc_media_list_event_manager,
                  "list parameter is nil");
 }
 
 static void VLCEventManagerConstructorMediaListPlayer(REALobject self, REALobject source) {
+    NoteLibvlcHolder(self);
     START_EVENTS(VLCMediaListPlayerQRVClass, "VLCEventManagerConstructorMediaListPlayer",
                  libvlc_media_list_player_event_manager, "list parameter is nil");
 }
@@ -142,6 +148,7 @@ static void VLCEventManagerDestructor(REALobject self) {
     d.handle = 0;
     ReleaseField(d.parent);
     ReleaseField(d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 // The manager keeps its source object locked, yet `Destructor` called as a

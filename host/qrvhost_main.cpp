@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "binding/vlc_table.h"
 #include "host/emulator.h"
 #include "host/qrvhost.h"
 
@@ -29,9 +30,13 @@ int Describe() {
     return 0;
 }
 
-// The libvlc functions the plug-in binds, by name.
-const char* const kFunctionNames[] = {
-#define X(name, ret, params) #name,
+// The libvlc functions the plug-in binds, by name, and the majors each holds for.
+struct Function {
+    const char* name;
+    unsigned majors;
+};
+const Function kFunctions[] = {
+#define X(name, majors, ret, params) {#name, vlcfn::majors},
 #include "binding/functions.def"
 #undef X
 };
@@ -53,17 +58,26 @@ int Info(const std::vector<std::string>& args) {
         fprintf(stderr, "qrvhost: cannot load %s: %s\n", libvlc.c_str(), host.Text(error).c_str());
         return 1;
     }
-    printf("version:    %s\n", host.Text(host.CallShared("VLCInstanceQRV", "GetVersion")).c_str());
+    std::string version = host.Text(host.CallShared("VLCInstanceQRV", "GetVersion"));
+    int major = vlcfn::MajorOfVersion(version.c_str());
+    printf("version:    %s\n", version.c_str());
+    printf("major:      %d\n", major);
     printf("compiler:   %s\n", host.Text(host.CallShared("VLCInstanceQRV", "GetCompiler")).c_str());
     printf("changeset:  %s\n", host.Text(host.CallShared("VLCInstanceQRV", "GetChangeset")).c_str());
     if (!error.IsNil()) printf("load error: %s\n", host.Text(error).c_str());
 
     void* library = dlopen(libvlc.c_str(), RTLD_NOW);
-    std::vector<const char*> missing;
-    for (const char* name : kFunctionNames)
-        if (library == nullptr || dlsym(library, name) == nullptr) missing.push_back(name);
-    printf("missing:    %zu of %zu functions\n", missing.size(), std::size(kFunctionNames));
+    std::vector<const char*> missing, unbound;
+    for (const Function& f : kFunctions)
+        if (library == nullptr || dlsym(library, f.name) == nullptr)
+            missing.push_back(f.name);
+        else if (!vlcfn::HoldsFor(f.majors, major))
+            unbound.push_back(f.name);
+    printf("missing:    %zu of %zu functions\n", missing.size(), std::size(kFunctions));
     for (const char* name : missing) printf("  %s\n", name);
+    printf("unbound:    %zu of %zu functions, whose contract differs in libvlc %d\n", unbound.size(),
+           std::size(kFunctions), major);
+    for (const char* name : unbound) printf("  %s\n", name);
     return 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include <vlc/vlc.h>
 
+#include "binding/library.h"
 #include "plugin/guard.h"
 #include "plugin/host_entries.h"
 #include "plugin/text.h"
@@ -25,6 +26,7 @@ void Adopt(REALobject self, libvlc_equalizer_t* equalizer, REALobject vlc) {
 }  // namespace
 
 static void VLCEqualizerConstructor1(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCEqualizerConstructor1");
     if (!VLC_NEED(libvlc_audio_equalizer_new)) return;
     Adopt(self, vlcfn::_libvlc_audio_equalizer_new(), vlc);
@@ -32,6 +34,7 @@ static void VLCEqualizerConstructor1(REALobject self, REALobject vlc) {
 
 // An invalid preset leaves the object uninitialised, without an exception.
 static void VLCEqualizerConstructor2(REALobject self, RBInteger index, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCEqualizerConstructor2");
     if (!VLC_NEED(libvlc_audio_equalizer_new_from_preset)) return;
     Adopt(self, vlcfn::_libvlc_audio_equalizer_new_from_preset(static_cast<unsigned>(index)), vlc);
@@ -40,6 +43,7 @@ static void VLCEqualizerConstructor2(REALobject self, RBInteger index, REALobjec
 static void VLCEqualizerDestructor(REALobject self) {
     EqualizerData& d = EqualizerOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_audio_equalizer_release, d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static float getmap(REALobject self, RBInteger index) {

@@ -90,6 +90,7 @@ libvlc_instance_t* KeepInstanceArgument(REALobject vlc, REALobject& held) {
 }
 
 static void VLCInstanceConstructor(REALobject self, REALarray args) {
+    NoteLibvlcHolder(self);
     TRACE("VLCInstanceConstructor");
     if (!VLC_NEED(libvlc_new)) return;
     PrepareSignals();
@@ -140,6 +141,7 @@ static void VLCInstanceDestructor(REALobject self) {
         fclose(d.logStream);
         d.logStream = nullptr;
     }
+    ForgetLibvlcHolder(self);
 }
 
 static void SetAppID(REALobject self, REALstring id, REALstring version, REALstring icon) {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "binding/library.h"
 #include "events/event_manager.h"
 #include "media/instance.h"
 #include "media/records.h"
@@ -40,6 +41,7 @@ REALobject NewVLCMediaQRV(libvlc_media_t* media, REALobject vlc, bool retain) {
     if (retain && !VLC_NEED(libvlc_media_retain)) return nullptr;
     REALobject object = REALnewInstance("VLCMediaQRV");
     if (object == nullptr) return nullptr;
+    NoteLibvlcHolder(object);
     if (retain) vlcfn::_libvlc_media_retain(media);
     MediaData& d = MediaOf(object);
     d.handle = reinterpret_cast<int64_t>(media);
@@ -134,6 +136,7 @@ static REALobject MediaWithData(REALobject vlc, const void* bytes, int64_t size)
                     TRACE("NewVLCMediaQRV");
                     result = REALnewInstance("VLCMediaQRV");
                     if (result != nullptr) {
+                        NoteLibvlcHolder(result);
                         MediaData& d = MediaOf(result);
                         d.handle = reinterpret_cast<int64_t>(media);
                         d.vlc = vlc;
@@ -179,6 +182,7 @@ static REALobject MediaWithDataString(REALobject vlc, REALstring data) {
 // ---- constructors and destructor ---------------------------------------------
 
 static void VLCMediaConstructorClone(REALobject self, REALobject original) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaConstructorClone");
     if (!VLC_NEED(libvlc_media_duplicate)) return;
     int64_t source = HandleOf(original, VLCMediaQRVClass);
@@ -193,6 +197,7 @@ static void VLCMediaConstructorClone(REALobject self, REALobject original) {
 }
 
 static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstring url) {
+    NoteLibvlcHolder(self);
     MediaOf(self).tempFD = -1;
     TRACE("VLCMediaConstructorLocation");
     if (!VLC_NEED(libvlc_media_new_location)) return;
@@ -224,6 +229,7 @@ static void VLCMediaDestructor(REALobject self) {
         free(d.tempPath);
         d.tempPath = nullptr;
     }
+    ForgetLibvlcHolder(self);
 }
 
 // ---- members -----------------------------------------------------------------

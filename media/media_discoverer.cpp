@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "binding/library.h"
 #include "events/event_manager.h"
 #include "media/discoverer_library.h"
 #include "media/instance.h"
@@ -45,6 +46,7 @@ bool IsService(libvlc_instance_t* instance, const char* name) {
 
 // An instance whose handle is 0 is reported, yet kept in VLC.
 static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaDiscovererConstructor");
     if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
     ServiceData& d = DiscovererOf(self);
@@ -61,6 +63,7 @@ static void VLCMediaDiscovererDestructor(REALobject self) {
     EndEventsFrom(self);  // before libvlc frees the event manager
     ServiceData& d = DiscovererOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_discoverer_release, d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static REALobject GetMediaList(REALobject self) {
@@ -103,6 +106,7 @@ static REALobject Create(REALobject vlc, REALstring name) {
         if (vlcfn::_libvlc_media_discoverer_release != nullptr) vlcfn::_libvlc_media_discoverer_release(discoverer);
         return nullptr;
     }
+    NoteLibvlcHolder(object);
     ServiceData& d = DiscovererOf(object);
     d.handle = reinterpret_cast<int64_t>(discoverer);
     REALLockObject(vlc);

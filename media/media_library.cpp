@@ -2,6 +2,7 @@
 // trace, then test the libvlc function (GUARD_HTF).
 #include <vlc/vlc.h>
 
+#include "binding/library.h"
 #include "media/discoverer_library.h"
 #include "media/instance.h"
 #include "playback/media_list.h"
@@ -19,6 +20,7 @@ libvlc_media_library_t* LibraryHandle(REALobject self) {
 
 // An instance whose handle is 0 is reported, yet kept in VLC.
 static void VLCMediaLibraryConstructor(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaLibraryConstructor");
     if (!VLC_NEED(libvlc_media_library_new)) return;
     ServiceData& d = LibraryOf(self);
@@ -29,6 +31,7 @@ static void VLCMediaLibraryConstructor(REALobject self, REALobject vlc) {
 static void VLCMediaLibraryDestructor(REALobject self) {
     ServiceData& d = LibraryOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_library_release, d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static RBBoolean Load(REALobject self) {

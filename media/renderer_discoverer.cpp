@@ -4,6 +4,7 @@
 // Members test the handle, trace, then test the libvlc function (GUARD_HTF).
 #include <vlc/vlc.h>
 
+#include "binding/library.h"
 #include "events/delivery_queue.h"
 #include "media/discovery.h"
 #include "media/instance.h"
@@ -44,6 +45,7 @@ REALobject NewVLCRendererItemQRV(libvlc_renderer_item_t* item) {
     if (item == nullptr) return nullptr;
     REALobject object = REALnewInstance(VLCRendererItemQRVClass.name);
     if (object == nullptr) return nullptr;
+    NoteLibvlcHolder(object);
     auto& d = DataOf<RendererItemData>(object, VLCRendererItemQRVClass);
     auto text = [item](const char* (*read)(const libvlc_renderer_item_t*)) {
         return read != nullptr ? BuildStringUTF8(read(item)) : nullptr;
@@ -145,6 +147,7 @@ void EndDiscoverer(RendererDiscovererData& d) {
 
 // A constructor run again on a live discoverer ends the first one.
 static void VLCRendererDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
+    NoteLibvlcHolder(self);
     TRACE("VLCRendererDiscovererConstructor");
     if (!VLC_NEED(libvlc_renderer_discoverer_new)) return;
     RendererDiscovererData& d = DiscovererOf(self);
@@ -160,7 +163,10 @@ static void VLCRendererDiscovererConstructor(REALobject self, REALobject vlc, RE
     if (d.handle != 0) AttachHandledEvents(self);
 }
 
-static void VLCRendererDiscovererDestructor(REALobject self) { EndDiscoverer(DiscovererOf(self)); }
+static void VLCRendererDiscovererDestructor(REALobject self) {
+    EndDiscoverer(DiscovererOf(self));
+    ForgetLibvlcHolder(self);
+}
 
 // A started discoverer is stopped first, so that it restarts.
 static RBBoolean Start(REALobject self) {
@@ -188,6 +194,7 @@ static void VLCRendererItemDestructor(REALobject self) {
     ReleaseField(d.name);
     ReleaseField(d.type);
     ReleaseField(d.iconURI);
+    ForgetLibvlcHolder(self);
 }
 
 // VLCMediaPlayerQRV.SetRenderer: nil (or an item holding nothing) plays locally again.

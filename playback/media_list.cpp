@@ -7,6 +7,7 @@
 
 #include <unordered_map>
 
+#include "binding/library.h"
 #include "events/event_manager.h"
 #include "media/instance.h"
 #include "media/media.h"
@@ -53,6 +54,7 @@ REALobject NewVLCMediaListQRV(libvlc_media_list_t* list, REALobject vlc) {
     if (list == nullptr) return nullptr;
     REALobject object = REALnewInstance("VLCMediaListQRV");
     if (object == nullptr) return nullptr;
+    NoteLibvlcHolder(object);
     ListOf(object).handle = reinterpret_cast<int64_t>(list);
     ListOf(object).vlc = vlc;
     if (vlc != nullptr) REALLockObject(vlc);
@@ -61,6 +63,7 @@ REALobject NewVLCMediaListQRV(libvlc_media_list_t* list, REALobject vlc) {
 
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaListConstructor");
     if (!VLC_NEED(libvlc_media_list_new)) return;
     MediaListData& d = ListOf(self);
@@ -73,6 +76,7 @@ static void VLCMediaListDestructor(REALobject self) {
     UnlockListsOf(self);
     MediaListData& d = ListOf(self);
     ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static void Lock(REALobject self) {

@@ -4,6 +4,7 @@
 
 #include <vlc/vlc.h>
 
+#include "binding/library.h"
 #include "events/event_manager.h"
 #include "media/instance.h"
 #include "media/media.h"
@@ -27,6 +28,7 @@ libvlc_media_list_player_t* ListPlayer(REALobject self) {
 
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaListPlayerConstructor");
     if (!VLC_NEED(libvlc_media_list_player_new)) return;
     MediaListPlayerData& d = ListPlayerOf(self);
@@ -49,6 +51,7 @@ static void VLCMediaListPlayerDestructor(REALobject self) {
     d.handle = 0;
     ReleaseListPlayerSlots(d);
     ReleaseField(d.vlc);
+    ForgetLibvlcHolder(self);
 }
 
 static void Play(REALobject self) {

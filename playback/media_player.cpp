@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+#include "binding/library.h"
 #include "events/event_manager.h"
 #include "media/discovery.h"
 #include "media/equalizer.h"
@@ -215,6 +216,7 @@ static void SetMedia(REALobject self, RBInteger, REALobject media) {
 // ---- constructors and destructor ---------------------------------------------
 
 static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaPlayerConstructorInstance");
     if (!VLC_NEED(libvlc_media_player_new)) return;
     MediaPlayerData& d = PlayerOf(self);
@@ -232,6 +234,7 @@ static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
 
 // A player made from a media keeps that media and has no VLC.
 static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
+    NoteLibvlcHolder(self);
     TRACE("VLCMediaPlayerConstructorMedia");
     if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
     MediaPlayerData& d = PlayerOf(self);
@@ -266,6 +269,7 @@ static void VLCMediaPlayerDestructor(REALobject self) {
     ReleaseField(d.vlc);
     ReleaseField(d.tag);
     ReleaseField(d.media);
+    ForgetLibvlcHolder(self);
 }
 
 // ---- methods -----------------------------------------------------------------

@@ -109,6 +109,20 @@ TEST(Cli, InfoNamesTheVersionAndExactlyTheFunctionsLibvlc30Lacks) {
                              "libvlc_vlm_get_media_instance_chapter", "libvlc_vlm_get_media_instance_seekable"})
         EXPECT_EQ(CountLines(run.out, [&](const std::string& line) { return line == "  " + name; }), 1) << name;
 
+    EXPECT_NE(run.out.find("\nmajor:      3\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("unbound:    0 of 290 functions"), std::string::npos) << run.out;
+
+    // A 4.0 nightly: the entries whose contract differs there are named after the count.
+    Output nightly = Qrvhost(std::string("info --libvlc ") + FAKEVLC4_PATH);
+    ASSERT_EQ(nightly.status, 0) << nightly.out;
+    EXPECT_NE(nightly.out.find("\nmajor:      4\n"), std::string::npos) << nightly.out;
+    size_t at = nightly.out.find("unbound:    115 of 290 functions");
+    ASSERT_NE(at, std::string::npos) << nightly.out;
+    std::string unbound = nightly.out.substr(at);
+    for (const char* name : {"libvlc_media_player_new", "libvlc_media_get_stats", "libvlc_event_attach"})
+        EXPECT_NE(unbound.find(std::string("\n  ") + name + "\n"), std::string::npos) << name;
+    EXPECT_EQ(unbound.find("\n  libvlc_new\n"), std::string::npos);
+
     Output bad = Qrvhost("info --libvlc /nonexistent/libvlc.so");
     EXPECT_NE(bad.status, 0);
     EXPECT_NE(bad.out.find("loaded:     no"), std::string::npos) << bad.out;

@@ -14,6 +14,8 @@ struct Answer {
 // Counts a call; stops the process for a call libvlc does not allow inside an event callback.
 void Count(const char* name);
 Answer AnswerOf(const char* name);
+// The 4.0 fake: counts the call, then aborts naming the function.
+[[noreturn]] void Unexpected(const char* name);
 
 template <typename R>
 R Respond(const char* name) {

@@ -30,7 +30,7 @@ namespace {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 // Every function the 3.0 headers still declare has exactly the header's type.
-#define X(name, ret, params) static_assert(std::is_same_v<decltype(&::name), vlcfn::name##_t>, #name);
+#define X(name, majors, ret, params) static_assert(std::is_same_v<decltype(&::name), vlcfn::name##_t>, #name);
 #include "binding/functions.def"
 #undef X
 

@@ -175,6 +175,7 @@ public:
     const char* (*text)(const char*) = Sym("fakevlc_text");
     int64_t (*integer)(const char*) = Sym("fakevlc_int");
     libvlc_media_t* (*newMedia)() = Sym("fakevlc_new_media");
+    void* (*newObject)() = Sym("fakevlc_new_object");  // the 4.0 fake's
     int64_t (*mediaRefs)(libvlc_media_t*) = Sym("fakevlc_media_refs");
     int64_t (*attached)(libvlc_event_manager_t*, int) = Sym("fakevlc_attached");
     void (*fire)(libvlc_event_manager_t*, const libvlc_event_t*) = Sym("fakevlc_fire");
