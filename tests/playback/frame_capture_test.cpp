@@ -356,3 +356,44 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
 }
 
 }  // namespace
+
+// While capturing into 64 x 48, formats that would take libvlc past the buffer
+// (larger, wider rows, more planes) are refused; each is played all the same, so
+// one let through shows as a crash or a sanitizer report. A fitting RGBA one arrives.
+TEST(RealCapture, VideoSetFormatKeepsLibvlcInsideTheBuffer) {
+    Host host;
+    ASSERT_TRUE(LoadRealLibvlc(host));
+    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath",
+                                  {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))});
+    Value player = host.New("VLCMediaPlayerQRV", {media});
+    host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
+    auto setFormat = [&](const char* chroma, uint32_t width, uint32_t height, uint32_t pitch) {
+        host.Call(player, "VideoSetFormat",
+                  {host.String(chroma), Value::UInt(width), Value::UInt(height), Value::UInt(pitch)});
+    };
+    auto playOneFrame = [&] {
+        host.Set(player, "HasNewFrame", Value::Bool(false));
+        ASSERT_TRUE(host.Call(player, "Play").AsBool());
+        ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 30000ms));
+        host.Call(player, "Stop");
+    };
+    setFormat("RV32", 640, 480, 2560);
+    EXPECT_TRUE(Raised(host, "OutOfBoundsException",
+                       "VideoSetFormat: 640 x 480 with pitch 2560 does not fit the frame buffer of 12288 bytes."));
+    playOneFrame();
+    setFormat("RV32", 64, 48, 4096);
+    EXPECT_TRUE(Raised(host, "OutOfBoundsException",
+                       "VideoSetFormat: 64 x 48 with pitch 4096 does not fit the frame buffer of 12288 bytes."));
+    playOneFrame();
+    setFormat("I420", 64, 48, 64);
+    EXPECT_TRUE(Raised(host, "OutOfBoundsException",
+                       "VideoSetFormat: frames are captured as one plane of 4 bytes a pixel (RV32, RGBA or BGRA), "
+                       "not I420."));
+    playOneFrame();
+    setFormat("RGBA", 64, 48, 256);
+    EXPECT_TRUE(NothingRaised(host));
+    playOneFrame();
+    const auto* red = static_cast<const uint8_t*>(host.Call(player, "GetMemory").AsPtr()) + (12 * 64 + 16) * 4;
+    EXPECT_GT(red[0], 0xF0) << "RGBA puts red first";
+    EXPECT_LT(red[2], 0x10);
+}
