@@ -204,19 +204,18 @@ inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* 
 // ---- the orders pass: a working object, in each state that matters, receives
 // each member that changes what it holds.
 
-// Constructors, Destructor, LoadLibrary, Listen, Lock, log and exit settings,
-// Handle and object-typed writes, members taking a plug-in object, callbacks, formats.
+// Constructors, Destructor, LoadLibrary, Listen, Lock, log settings, callbacks,
+// formats, Handle and object writes, members taking a plug-in object.
 inline bool ChangesState(const Member& m) {
-    if (m.shared) return m.declaration.name == "LoadLibrary";  // the others make new objects
-    if (m.property != nullptr)
-        return m.assigns && (std::string(m.property->name) == "Handle" || Lower(m.property->type).rfind("vlc", 0) == 0);
-    const std::string& name = m.declaration.name;
-    for (const char* n : {"Constructor", "Destructor", "LoadLibrary", "Listen", "Lock", "SetLogFile", "SetLogEvent"})
-        if (name == n) return true;
-    if (name.find("Callback") != std::string::npos || name.find("Format") != std::string::npos) return m.method;
+    std::string name = m.property != nullptr ? m.property->name : m.declaration.name;
+    if (m.shared || m.property != nullptr)
+        return name == "LoadLibrary" || (m.assigns && (name == "Handle" || Lower(m.property->type).find("vlc") == 0));
+    for (const char* n :
+         {"Constructor", "Destructor", "Listen", "Lock", "SetLogFile", "SetLogEvent", "Callback", "Format"})
+        if (name.find(n) != std::string::npos) return true;
     for (const emu::Parameter& p : m.declaration.parameters)
-        if (p.type.rfind("vlc", 0) == 0) return true;
-    return m.assigns && m.declaration.result.rfind("vlc", 0) == 0;
+        if (p.type.find("vlc") == 0) return true;
+    return m.assigns && m.declaration.result.find("vlc") == 0;
 }
 
 enum class State { Fresh, Playing, Stopped, SourcesDestroyed };
@@ -229,9 +228,9 @@ inline const char* const kStateNames[] = {"fresh", "playing and capturing", "aft
 struct Scene {
     static std::string RolesOf(const std::string& c) {
         static const std::map<std::string, std::string> roles = {
-            {"VLCInstanceQRV", "IMP"},    {"VLCMediaQRV", "IMP"},         {"VLCMediaListQRV", "IMLR"},
-            {"VLCMediaPlayerQRV", "IMP"}, {"VLCEventManagerQRV", "IMPE"}, {"VLCMediaListPlayerQRV", "IMLR"}};
-        return roles.count(c) ? roles.at(c) : "I";
+            {"VLCInstanceQRV", "MP"},    {"VLCMediaQRV", "MP"},         {"VLCMediaListQRV", "MLR"},
+            {"VLCMediaPlayerQRV", "MP"}, {"VLCEventManagerQRV", "MPE"}, {"VLCMediaListPlayerQRV", "MLR"}};
+        return roles.count(c) ? roles.at(c) : "";
     }
     static void OnTime(REALobject, int64_t) {}
 
@@ -243,9 +242,11 @@ struct Scene {
     emu::Value& Add(const std::string& c, emu::Value v) { return objects.emplace_back(c, std::move(v)).second; }
     emu::Value Find(const std::string& lowerClass) {
         for (auto& [c, v] : objects)
-            if (Lower(c) == lowerClass) return v;
+            if (Lower(c) == lowerClass && v.AsObject() != self.AsObject()) return v;
         return {};
     }
+    emu::Value Make(const std::string& c) { return Add(c, WorkingObject(host, objects[0].second, c, mediaPath)); }
+
     // keptLists: the list player's list is kept by design (the audit counts it as referenced).
     Scene(emu::Host& h, const std::string& c, State state, const std::string& media, bool keptLists)
         : host(h), className(c), mediaPath(media) {
@@ -254,9 +255,7 @@ struct Scene {
         Value vlc = Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host)), player, listPlayer;
         if (roles.find('M') != std::string::npos)
             Add("VLCMediaQRV", host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(media)}));
-        if (roles.find('L') != std::string::npos)
-            host.Call(Add("VLCMediaListQRV", WorkingObject(host, vlc, "VLCMediaListQRV", media)), "AddMedia",
-                      {Find("vlcmediaqrv")});
+        if (roles.find('L') != std::string::npos) Make("VLCMediaListQRV");
         if (roles.find('P') != std::string::npos) {
             player = Add("VLCMediaPlayerQRV", host.New("VLCMediaPlayerQRV", {Find("vlcmediaqrv")}));
             host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
@@ -268,12 +267,12 @@ struct Scene {
             host.Call(Add("VLCEventManagerQRV", host.New("OrdersEvents", {player})), "Listen");
         }
         if (roles.find('R') != std::string::npos) {
-            listPlayer = Add("VLCMediaListPlayerQRV", host.New("VLCMediaListPlayerQRV", {vlc}));
+            listPlayer = Make("VLCMediaListPlayerQRV");
             host.Call(listPlayer, "SetMediaList", {Find("vlcmedialistqrv")});
             if (keptLists) host.KeptByDesign(Find("vlcmedialistqrv"));
         }
         self = Find(Lower(c));
-        if (self.IsNil()) self = Add(c, WorkingObject(host, vlc, c, media));
+        if (self.IsNil()) self = Make(c);
         if (state == State::Fresh) return;
         if (!player.IsNil() && host.Call(player, "Play").AsBool())
             host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, std::chrono::seconds(10));
@@ -284,7 +283,7 @@ struct Scene {
             if (objects[i].second.AsObject() != self.AsObject()) host.Call(objects[i].second, "Destructor");
     }
 
-    // Values that work: the scene's own objects (another than self), the sample, a format that fits the buffer.
+    // Values that work: the scene's objects (another than self), the sample, a format that fits the buffer.
     emu::Value Argument(const std::string& type, const std::string& name) {
         std::map<std::string, std::string> text = {
             {"chroma", "RV32"},
@@ -297,14 +296,11 @@ struct Scene {
             return host.FolderItem(name == "path" ? "/usr/lib/x86_64-linux-gnu/libvlc.so.5"
                                                   : "/tmp/qrv-orders-" + std::to_string(getpid()));
         if (type == "uint32") return emu::Value::UInt(name == "width" ? 64 : name == "height" ? 48 : 256);
-        if (name == "Handle")
-            return host.Get(Add(className, WorkingObject(host, Find("vlcinstanceqrv"), className, mediaPath)),
-                            "Handle");
+        if (name == "Handle") return host.Get(Make(className), "Handle");
         if (type == "integer") return emu::Value::Int(name == "width" ? 64 : name == "height" ? 48 : 0);
         emu::Value found = Find(type);
         for (const char* c : qrvtest::kClassNames)
-            if ((found.IsNil() || found.AsObject() == self.AsObject()) && Lower(c) == type)
-                found = Add(c, WorkingObject(host, Find("vlcinstanceqrv"), c, mediaPath));
+            if (found.IsNil() && Lower(c) == type) found = Make(c);
         return found;  // nil for anything else
     }
 };
