@@ -356,40 +356,29 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
     }
 }
 
-}  // namespace
-
 // While capturing into 64 x 48, formats that would take libvlc past the buffer
 // (larger, wider rows, more planes) are refused; each is played all the same, so
 // one let through shows as a crash or a sanitizer report. A fitting RGBA one arrives.
 TEST(RealCapture, VideoSetFormatKeepsLibvlcInsideTheBuffer) {
     Host host;
     ASSERT_TRUE(LoadRealLibvlc(host));
-    Value media = host.CallShared("VLCMediaQRV", "MediaWithPath",
-                                  {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))});
-    Value player = host.New("VLCMediaPlayerQRV", {media});
+    Value player = host.New("VLCMediaPlayerQRV",
+                            {host.CallShared("VLCMediaQRV", "MediaWithPath",
+                                             {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))})});
     host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
-    auto setFormat = [&](const char* chroma, uint32_t width, uint32_t height, uint32_t pitch) {
+    for (auto [chroma, width, pitch] :
+         {std::tuple{"RV32", 640u, 2560u}, {"RV32", 64u, 4096u}, {"I420", 64u, 64u}, {"RGBA", 64u, 256u}}) {
         host.Call(player, "VideoSetFormat",
-                  {host.String(chroma), Value::UInt(width), Value::UInt(height), Value::UInt(pitch)});
-    };
-    auto playOneFrame = [&] {
+                  {host.String(chroma), Value::UInt(width), Value::UInt(width * 3 / 4), Value::UInt(pitch)});
+        EXPECT_EQ(host.exception ? host.exception->className : "", pitch == 256 ? "" : "OutOfBoundsException")
+            << chroma << " " << pitch;
         host.Set(player, "HasNewFrame", Value::Bool(false));
         ASSERT_TRUE(host.Call(player, "Play").AsBool());
         ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 30000ms));
         host.Call(player, "Stop");
-    };
-    for (auto [chroma, width, pitch] : {std::tuple{"RV32", 640u, 2560u}, {"RV32", 64u, 4096u}, {"I420", 64u, 64u}}) {
-        setFormat(chroma, width, width * 3 / 4, pitch);
-        EXPECT_TRUE(host.exception && host.exception->className == "OutOfBoundsException") << chroma << " " << pitch;
-        playOneFrame();
     }
-    EXPECT_EQ(host.raisedLog.back().message,
-              "VideoSetFormat: frames are captured as one plane of 4 bytes a pixel "
-              "(RV32, RGBA or BGRA), not I420.");
-    setFormat("RGBA", 64, 48, 256);
-    EXPECT_TRUE(NothingRaised(host));
-    playOneFrame();
     const auto* red = static_cast<const uint8_t*>(host.Call(player, "GetMemory").AsPtr()) + (12 * 64 + 16) * 4;
-    EXPECT_GT(red[0], 0xF0) << "RGBA puts red first";
-    EXPECT_LT(red[2], 0x10);
+    EXPECT_TRUE(red[0] > 0xF0 && red[2] < 0x10) << "RGBA puts red first";
 }
+
+}  // namespace

@@ -201,11 +201,8 @@ inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* 
     return member.assigns ? emu::Value() : answer;
 }
 
-// ---- the orders pass: a working object, in each state that matters, receives
-// each member that changes what it holds.
-
-// Constructors, Destructor, LoadLibrary, Listen, Lock, log settings, callbacks,
-// formats, Handle and object writes, members taking a plug-in object.
+// ---- the orders pass. Members that change what an object holds: constructors, Destructor,
+// LoadLibrary, Listen, Lock, log settings, callbacks, formats, Handle and object writes, plug-in object arguments.
 inline bool ChangesState(const Member& m) {
     std::string name = m.property != nullptr ? m.property->name : m.declaration.name;
     if (m.shared || m.property != nullptr)
@@ -232,7 +229,6 @@ struct Scene {
             {"VLCMediaPlayerQRV", "MP"}, {"VLCEventManagerQRV", "MPE"}, {"VLCMediaListPlayerQRV", "MLR"}};
         return roles.count(c) ? roles.at(c) : "";
     }
-    static void OnTime(REALobject, int64_t) {}
 
     emu::Host& host;
     std::string className, mediaPath;
@@ -263,7 +259,7 @@ struct Scene {
         if (roles.find('E') != std::string::npos) {
             if (host.FindClass("OrdersEvents") == nullptr)
                 host.DefineSubclass("OrdersEvents", "VLCEventManagerQRV",
-                                    {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(OnTime)}});
+                                    {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(+[](REALobject, int64_t) {})}});
             host.Call(Add("VLCEventManagerQRV", host.New("OrdersEvents", {player})), "Listen");
         }
         if (roles.find('R') != std::string::npos) {
