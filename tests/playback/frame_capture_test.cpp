@@ -358,7 +358,7 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
 
 // While capturing into 64 x 48, formats that would take libvlc past the buffer
 // (larger, wider rows, more planes) are refused; each is played all the same, so
-// one let through shows as a crash or a sanitizer report. A fitting RGBA one arrives.
+// one let through shows as a crash or a sanitizer report. Fitting BGRA and RGBA arrive.
 TEST(RealCapture, VideoSetFormatKeepsLibvlcInsideTheBuffer) {
     Host host;
     ASSERT_TRUE(LoadRealLibvlc(host));
@@ -366,8 +366,11 @@ TEST(RealCapture, VideoSetFormatKeepsLibvlcInsideTheBuffer) {
                             {host.CallShared("VLCMediaQRV", "MediaWithPath",
                                              {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))})});
     host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
-    for (auto [chroma, width, pitch] :
-         {std::tuple{"RV32", 640u, 2560u}, {"RV32", 64u, 4096u}, {"I420", 64u, 64u}, {"RGBA", 64u, 256u}}) {
+    for (auto [chroma, width, pitch] : {std::tuple{"RV32", 640u, 2560u},
+                                        {"RV32", 64u, 4096u},
+                                        {"I420", 64u, 64u},
+                                        {"BGRA", 64u, 256u},
+                                        {"RGBA", 64u, 256u}}) {
         host.Call(player, "VideoSetFormat",
                   {host.String(chroma), Value::UInt(width), Value::UInt(width * 3 / 4), Value::UInt(pitch)});
         EXPECT_EQ(host.exception ? host.exception->className : "", pitch == 256 ? "" : "OutOfBoundsException")
