@@ -271,6 +271,10 @@ void UpdateProgress(void*, libvlc_dialog_id* id, float position, const char* tex
 const libvlc_dialog_cbs kCallbacks = {DisplayError,    DisplayLogin, DisplayQuestion,
                                       DisplayProgress, CancelDialog, UpdateProgress};
 
+// A registration keeps its libvlc instance alive: Destructor called on the
+// VLCInstanceQRV would otherwise free what the dialog later unregisters from.
+bool RegistrationHoldsInstance() { return vlcfn::_libvlc_retain != nullptr && vlcfn::_libvlc_release != nullptr; }
+
 // Main thread: the object takes no more dialogs. Dismisses those it holds
 // open, then unregisters its callbacks if the instance still holds them (a
 // newer object's are left in place). Answers whether libvlc may still call
@@ -301,6 +305,7 @@ bool EndRegistration(DialogData& d) {
     // Outside the lock: libvlc takes its own lock, which its threads hold while calling back.
     if (vlcfn::_libvlc_dialog_set_callbacks == nullptr) return true;
     vlcfn::_libvlc_dialog_set_callbacks(instance, nullptr, nullptr);
+    if (RegistrationHoldsInstance()) vlcfn::_libvlc_release(instance);
     return false;
 }
 
@@ -318,12 +323,14 @@ static void VLCDialogConstructor(REALobject self, REALobject vlc) {
     if (instance == nullptr) return;
     if (d.target == nullptr) d.target = NewDeliveryTarget(self);
     DialogRegistry& r = Registry();
+    bool first;
     {
         Hold hold(r.lock);
         r.listening.insert(d.target);
-        r.registered[instance] = d.target;
+        first = r.registered.insert_or_assign(instance, d.target).second;
     }
     vlcfn::_libvlc_dialog_set_callbacks(instance, &kCallbacks, d.target);
+    if (first && RegistrationHoldsInstance()) vlcfn::_libvlc_retain(instance);
     d.handle = reinterpret_cast<int64_t>(instance);
 }
 

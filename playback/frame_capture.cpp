@@ -62,7 +62,9 @@ void* MyLock(void* opaque, void** planes) {
     TRACEF("%p, %p", "MyLock", opaque, static_cast<void*>(planes));
     MediaPlayerData& d = Frame(opaque);
     if (d.frameMutex != nullptr) pthread_mutex_lock(d.frameMutex);
-    planes[0] = d.frameBuffer;
+    // libvlc passes room for three planes. Only one-plane formats are let
+    // through, but no plane is left a stray pointer.
+    planes[0] = planes[1] = planes[2] = d.frameBuffer;
     return nullptr;
 }
 
@@ -164,10 +166,40 @@ void VideoSetCallback(REALobject self, RBInteger width, RBInteger height, RBInte
         d.targetContext = PlatformRetainContext(reinterpret_cast<void*>(contextHandle));
         TRACEF("%p", "cgcontext", d.targetContext);
     }
+    // The format first: an output opening in between finds the callbacks only
+    // with a format that fits the buffer.
     auto player = reinterpret_cast<libvlc_media_player_t*>(d.handle);
-    vlcfn::_libvlc_video_set_callbacks(player, MyLock, MyUnlock, MyDisplay, self);
     vlcfn::_libvlc_video_set_format(player, "RV32", static_cast<unsigned>(width), static_cast<unsigned>(height),
                                     static_cast<unsigned>(width * 4));
+    vlcfn::_libvlc_video_set_callbacks(player, MyLock, MyUnlock, MyDisplay, self);
+}
+
+bool CaptureTakesFormat(MediaPlayerData& d, const char* chroma, uint32_t width, uint32_t height, uint32_t pitch) {
+    int64_t bufferBytes;
+    {
+        FrameLock hold(d);
+        bufferBytes = d.frameBuffer != nullptr ? d.frameBufferBytes : -1;
+    }
+    if (bufferBytes < 0) return true;
+    // libvlc copies each row of width x 4 bytes at `pitch` into plane 0; these
+    // chromas have one plane of 4 bytes a pixel.
+    bool packed = false;
+    for (const char* known : {"RV32", "RGBA", "BGRA"})
+        packed = packed || (chroma != nullptr && strcmp(chroma, known) == 0);
+    char message[200];
+    if (!packed) {
+        snprintf(message, sizeof message,
+                 "VideoSetFormat: frames are captured as one plane of 4 bytes a pixel (RV32, RGBA or BGRA), not %.20s.",
+                 chroma != nullptr ? chroma : "nil");
+    } else if (uint64_t{pitch} < uint64_t{width} * 4 || uint64_t{pitch} * height > static_cast<uint64_t>(bufferBytes)) {
+        snprintf(message, sizeof message,
+                 "VideoSetFormat: %u x %u with pitch %u does not fit the frame buffer of %lld bytes.", width, height,
+                 pitch, static_cast<long long>(bufferBytes));
+    } else {
+        return true;
+    }
+    RaiseException("OutOfBoundsException", message);
+    return false;
 }
 
 void* GetMemory(REALobject self) {

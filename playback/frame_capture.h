@@ -15,6 +15,10 @@ RBBoolean GetHasNewFrame(REALobject self, RBInteger);
 void SetHasNewFrame(REALobject self, RBInteger, RBBoolean value);
 
 void VideoSetCallback(REALobject self, RBInteger width, RBInteger height, RBInteger contextHandle);
+// True when libvlc may be given this format: no frame buffer yet (libvlc has no
+// callbacks to write through), or a one-plane, 4-bytes-a-pixel chroma whose
+// rows fit the buffer. Otherwise raises OutOfBoundsException.
+bool CaptureTakesFormat(MediaPlayerData& d, const char* chroma, uint32_t width, uint32_t height, uint32_t pitch);
 void* GetMemory(REALobject self);
 REALmemoryBlock CopyMemory(REALobject self);
 RBBoolean CopyToMemory(REALobject self, void* dest, RBInteger offset, RBInteger rowBytes);

@@ -416,9 +416,11 @@ static void SetEqualizer(REALobject self, REALobject equalizer) {
     vlcfn::_libvlc_media_player_set_equalizer(Player(self), handle);
 }
 
+// While frames are captured, only a format that fits the frame buffer reaches libvlc.
 static void VideoSetFormat(REALobject self, REALstring chroma, uint32_t width, uint32_t height, uint32_t pitch) {
     PLAYER_GUARD_TFH("VideoSetFormat", libvlc_video_set_format, );
     rbText text(chroma);
+    if (!CaptureTakesFormat(PlayerOf(self), text.GetUTF8(), width, height, pitch)) return;
     vlcfn::_libvlc_video_set_format(Player(self), text.GetUTF8(), width, height, pitch);
 }
 

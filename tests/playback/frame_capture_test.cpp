@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "tests/fakevlc/fakevlc_control.h"
@@ -352,6 +353,34 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
         player = media = Value();
         cairo_surface_destroy(surface);
     }
+}
+
+// While capturing into 64 x 48, formats that would take libvlc past the buffer
+// (larger, wider rows, more planes) are refused; each is played all the same, so
+// one let through shows as a crash or a sanitizer report. Fitting BGRA and RGBA arrive.
+TEST(RealCapture, VideoSetFormatKeepsLibvlcInsideTheBuffer) {
+    Host host;
+    ASSERT_TRUE(LoadRealLibvlc(host));
+    Value player = host.New("VLCMediaPlayerQRV",
+                            {host.CallShared("VLCMediaQRV", "MediaWithPath",
+                                             {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))})});
+    host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
+    for (auto [chroma, width, pitch] : {std::tuple{"RV32", 640u, 2560u},
+                                        {"RV32", 64u, 4096u},
+                                        {"I420", 64u, 64u},
+                                        {"BGRA", 64u, 256u},
+                                        {"RGBA", 64u, 256u}}) {
+        host.Call(player, "VideoSetFormat",
+                  {host.String(chroma), Value::UInt(width), Value::UInt(width * 3 / 4), Value::UInt(pitch)});
+        EXPECT_EQ(host.exception ? host.exception->className : "", pitch == 256 ? "" : "OutOfBoundsException")
+            << chroma << " " << pitch;
+        host.Set(player, "HasNewFrame", Value::Bool(false));
+        ASSERT_TRUE(host.Call(player, "Play").AsBool());
+        ASSERT_TRUE(host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, 30000ms));
+        host.Call(player, "Stop");
+    }
+    const auto* red = static_cast<const uint8_t*>(host.Call(player, "GetMemory").AsPtr()) + (12 * 64 + 16) * 4;
+    EXPECT_TRUE(red[0] > 0xF0 && red[2] < 0x10) << "RGBA puts red first";
 }
 
 }  // namespace

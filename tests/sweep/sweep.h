@@ -6,7 +6,10 @@
 // fields need no row (they must raise nothing); destructors are not called.
 #pragma once
 
+#include <unistd.h>
+#include <chrono>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -128,7 +131,7 @@ struct Member {
     bool assigns = false;          // a setter or an assigning form
 };
 
-inline std::vector<Member> MembersOf(const REALclassDefinition& r) {
+inline std::vector<Member> MembersOf(const REALclassDefinition& r, bool withDestructor = false) {
     std::vector<Member> members;
     for (bool shared : {false, true}) {
         std::string prefix = shared ? "shared " : "";
@@ -143,7 +146,7 @@ inline std::vector<Member> MembersOf(const REALclassDefinition& r) {
         for (size_t i = 0; i < (shared ? r.sharedMethodCount : r.methodCount); ++i) {
             const REALmethodDefinition* m = &methods[i];
             emu::Declaration d = emu::ParseDeclaration(m->declaration);
-            if (d.name == "Destructor") continue;
+            if (d.name == "Destructor" && !withDestructor) continue;
             members.push_back({prefix + m->declaration, shared, false, nullptr, m, d});
             if (m->setterFunction != nullptr)
                 members.push_back({prefix + "assign " + m->declaration, shared, false, nullptr, m, d, true});
@@ -197,5 +200,105 @@ inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* 
         host.CallMethod(*member.method, self, std::move(args), member.assigns, member.assigns ? &assigned : nullptr);
     return member.assigns ? emu::Value() : answer;
 }
+
+// ---- the orders pass. Members that change what an object holds: constructors, Destructor,
+// LoadLibrary, Listen, Lock, log settings, callbacks, formats, Handle and object writes, plug-in object arguments.
+inline bool ChangesState(const Member& m) {
+    std::string name = m.property != nullptr ? m.property->name : m.declaration.name;
+    if (m.shared || m.property != nullptr)
+        return name == "LoadLibrary" || (m.assigns && (name == "Handle" || Lower(m.property->type).find("vlc") == 0));
+    for (const char* n :
+         {"Constructor", "Destructor", "Listen", "Lock", "SetLogFile", "SetLogEvent", "Callback", "Format"})
+        if (name.find(n) != std::string::npos) return true;
+    for (const emu::Parameter& p : m.declaration.parameters)
+        if (p.type.find("vlc") == 0) return true;
+    return m.assigns && m.declaration.result.find("vlc") == 0;
+}
+
+enum class State { Fresh, Playing, Stopped, SourcesDestroyed };
+inline const char* const kStateNames[] = {"fresh", "playing and capturing", "after Stop",
+                                          "after Destructor on its sources"};
+
+// A working object with what it takes to play, by role: Instance, Media, List
+// holding it, capturing Player of it, Events listening to it, a list player (R)
+// of the list. Other classes get only an instance.
+struct Scene {
+    static std::string RolesOf(const std::string& c) {
+        static const std::map<std::string, std::string> roles = {
+            {"VLCInstanceQRV", "MP"},    {"VLCMediaQRV", "MP"},         {"VLCMediaListQRV", "MLR"},
+            {"VLCMediaPlayerQRV", "MP"}, {"VLCEventManagerQRV", "MPE"}, {"VLCMediaListPlayerQRV", "MLR"}};
+        return roles.count(c) ? roles.at(c) : "";
+    }
+
+    emu::Host& host;
+    std::string className, mediaPath;
+    std::vector<std::pair<std::string, emu::Value>> objects;  // by class, in order of making
+    emu::Value self;
+
+    emu::Value& Add(const std::string& c, emu::Value v) { return objects.emplace_back(c, std::move(v)).second; }
+    emu::Value Find(const std::string& lowerClass) {
+        for (auto& [c, v] : objects)
+            if (Lower(c) == lowerClass && v.AsObject() != self.AsObject()) return v;
+        return {};
+    }
+    emu::Value Make(const std::string& c) { return Add(c, WorkingObject(host, objects[0].second, c, mediaPath)); }
+
+    // keptLists: the list player's list is kept by design (the audit counts it as referenced).
+    Scene(emu::Host& h, const std::string& c, State state, const std::string& media, bool keptLists)
+        : host(h), className(c), mediaPath(media) {
+        using emu::Value;
+        std::string roles = RolesOf(c);
+        Value vlc = Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host)), player, listPlayer;
+        if (roles.find('M') != std::string::npos)
+            Add("VLCMediaQRV", host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(media)}));
+        if (roles.find('L') != std::string::npos) Make("VLCMediaListQRV");
+        if (roles.find('P') != std::string::npos) {
+            player = Add("VLCMediaPlayerQRV", host.New("VLCMediaPlayerQRV", {Find("vlcmediaqrv")}));
+            host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
+        }
+        if (roles.find('E') != std::string::npos) {
+            if (host.FindClass("OrdersEvents") == nullptr)
+                host.DefineSubclass("OrdersEvents", "VLCEventManagerQRV",
+                                    {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(+[](REALobject, int64_t) {})}});
+            host.Call(Add("VLCEventManagerQRV", host.New("OrdersEvents", {player})), "Listen");
+        }
+        if (roles.find('R') != std::string::npos) {
+            listPlayer = Make("VLCMediaListPlayerQRV");
+            host.Call(listPlayer, "SetMediaList", {Find("vlcmedialistqrv")});
+            if (keptLists) host.KeptByDesign(Find("vlcmedialistqrv"));
+        }
+        self = Find(Lower(c));
+        if (self.IsNil()) self = Make(c);
+        if (state == State::Fresh) return;
+        if (!player.IsNil() && host.Call(player, "Play").AsBool())
+            host.PumpUntil([&] { return host.Get(player, "HasNewFrame").AsBool(); }, std::chrono::seconds(10));
+        if (!listPlayer.IsNil()) host.Call(listPlayer, "Play");
+        for (const Value& v : {player, listPlayer})
+            if (state == State::Stopped && !v.IsNil()) host.Call(v, "Stop");
+        for (size_t i = objects.size(); state == State::SourcesDestroyed && i-- > 0;)
+            if (objects[i].second.AsObject() != self.AsObject()) host.Call(objects[i].second, "Destructor");
+    }
+
+    // Values that work: the scene's objects (another than self), the sample, a format that fits the buffer.
+    emu::Value Argument(const std::string& type, const std::string& name) {
+        std::map<std::string, std::string> text = {
+            {"chroma", "RV32"},
+            {"path", "libvlc.so.5"},
+            {"URL", mediaPath},
+            {"name", className == "VLCRendererDiscovererQRV" ? "avahi_renderer" : "video_dir"}};
+        if (type == "string") return host.String(text[name]);
+        if (type == "string()") return host.StringArray({"--intf=dummy", "--vout=dummy", "--aout=dummy", "--quiet"});
+        if (type == "folderitem")
+            return host.FolderItem(name == "path" ? "/usr/lib/x86_64-linux-gnu/libvlc.so.5"
+                                                  : "/tmp/qrv-orders-" + std::to_string(getpid()));
+        if (type == "uint32") return emu::Value::UInt(name == "width" ? 64 : name == "height" ? 48 : 256);
+        if (name == "Handle") return host.Get(Make(className), "Handle");
+        if (type == "integer") return emu::Value::Int(name == "width" ? 64 : name == "height" ? 48 : 0);
+        emu::Value found = Find(type);
+        for (const char* c : qrvtest::kClassNames)
+            if (found.IsNil() && Lower(c) == type) found = Make(c);
+        return found;  // nil for anything else
+    }
+};
 
 }  // namespace sweep

@@ -207,7 +207,8 @@ TEST(Sweep, EachMemberCallsItsFunction) {
         {"Dismiss(id as integer) as boolean", ""}};
     auto plausible = [&](const std::string& type, const std::string& name) -> Value {
         if (name == "width" || name == "height") return Value::Int(16);
-        if (type == "string") return host.String("x");
+        if (name == "pitch") return Value::UInt(64);  // a format that fits the player's capture buffer
+        if (type == "string") return host.String(name == "chroma" ? "RV32" : "x");
         if (type == "string()") return host.StringArray({"x"});
         if (type == "folderitem") return host.FolderItem("/tmp/qrv-sweep-calls.log");
         if (type == "memoryblock") return host.MemoryBlock(3);
