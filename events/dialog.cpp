@@ -309,9 +309,10 @@ bool EndRegistration(DialogData& d) {
 // whose handle is 0 is reported, yet kept in VLC.
 static void VLCDialogConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCDialogConstructor");
-    if (!VLC_NEED(libvlc_dialog_set_callbacks)) return;
     DialogData& d = DialogOf(self);
     EndRegistration(d);
+    ReleaseField(d.vlc);
+    if (!VLC_NEED(libvlc_dialog_set_callbacks)) return;
     libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc);
     if (instance == nullptr) return;
     if (d.target == nullptr) d.target = NewDeliveryTarget(self);

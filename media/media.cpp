@@ -177,8 +177,13 @@ static REALobject MediaWithDataString(REALobject vlc, REALstring data) {
 
 // ---- constructors and destructor ---------------------------------------------
 
+// The libvlc media and the instance go back. A constructor run again ends them
+// first, as the destructor would; only the destructor closes the descriptor.
+static void EndMedia(MediaData& d) { ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_release, d.vlc); }
+
 static void VLCMediaConstructorClone(REALobject self, REALobject original) {
     TRACE("VLCMediaConstructorClone");
+    EndMedia(MediaOf(self));
     if (!VLC_NEED(libvlc_media_duplicate)) return;
     int64_t source = HandleOf(original, VLCMediaQRVClass);
     if (source == 0) {
@@ -194,6 +199,7 @@ static void VLCMediaConstructorClone(REALobject self, REALobject original) {
 static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstring url) {
     MediaOf(self).tempFD = -1;
     TRACE("VLCMediaConstructorLocation");
+    EndMedia(MediaOf(self));
     if (!VLC_NEED(libvlc_media_new_location)) return;
     libvlc_instance_t* instance = InstanceArgument(vlc);
     if (instance == nullptr) {
@@ -208,10 +214,7 @@ static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstr
 // constructor raised (descriptor 0 in the host's zero-filled data) closes 0.
 static void VLCMediaDestructor(REALobject self) {
     MediaData& d = MediaOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_release != nullptr)
-        vlcfn::_libvlc_media_release(reinterpret_cast<libvlc_media_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    EndMedia(d);
     if (d.tempFD >= 0) {
         TRACEF("%d", "close fd", d.tempFD);
         close(d.tempFD);
@@ -222,6 +225,12 @@ static void VLCMediaDestructor(REALobject self) {
         free(d.tempPath);
         d.tempPath = nullptr;
     }
+}
+
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    MediaData& d = MediaOf(self);
+    WriteHandle(d.handle, value, vlcfn::_libvlc_media_retain, "_libvlc_media_retain",
+                [&d] { ReleaseHandle(d.handle, vlcfn::_libvlc_media_release); });
 }
 
 // ---- members -----------------------------------------------------------------
@@ -432,7 +441,7 @@ static REALobject GetSlaves(REALobject self) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaData, vlc),
     QRV_PROPERTY("Tag", "Integer", GetTag, SetTag),
 };

@@ -18,14 +18,28 @@ libvlc_media_discoverer_t* DiscovererHandle(REALobject self) {
 
 }  // namespace
 
+// libvlc 3.0 stops a running discoverer as it releases it.
+static void LetGoOfDiscoverer(ServiceData& d) {
+    ReleaseHandle(d.handle, vlcfn::_libvlc_media_discoverer_release);
+    d.running = 0;
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndDiscoverer(ServiceData& d) {
+    LetGoOfDiscoverer(d);
+    d.handle = 0;
+    ReleaseField(d.vlc);
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 // An instance whose handle is 0 is reported, yet kept in VLC.
 static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
     TRACE("VLCMediaDiscovererConstructor");
-    if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
     ServiceData& d = DiscovererOf(self);
+    EndDiscoverer(d);
+    if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc)) {
         rbText text(name);
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_discoverer_new_from_name(instance, text.GetUTF8()));
@@ -35,9 +49,13 @@ static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALs
 
 #pragma GCC diagnostic pop
 
-static void VLCMediaDiscovererDestructor(REALobject self) {
+static void VLCMediaDiscovererDestructor(REALobject self) { EndDiscoverer(DiscovererOf(self)); }
+
+// libvlc 3.0 has no retain for media discoverers: only 0 is written.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
     ServiceData& d = DiscovererOf(self);
-    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_discoverer_release, d.vlc);
+    WriteHandle<libvlc_media_discoverer_t>(d.handle, value, nullptr, "_libvlc_media_discoverer_retain",
+                                           [&d] { LetGoOfDiscoverer(d); });
 }
 
 static REALobject GetMediaList(REALobject self) {
@@ -108,7 +126,7 @@ static void Stop(REALobject self) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", ServiceData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaDiscovererQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", ServiceData, vlc),
 };
 

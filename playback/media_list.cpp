@@ -35,18 +35,25 @@ REALobject NewVLCMediaListQRV(libvlc_media_list_t* list, REALobject vlc) {
     return object;
 }
 
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndList(MediaListData& d) { ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc); }
+
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCMediaListConstructor");
-    if (!VLC_NEED(libvlc_media_list_new)) return;
     MediaListData& d = ListOf(self);
+    EndList(d);
+    if (!VLC_NEED(libvlc_media_list_new)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_new(instance));
 }
 
-static void VLCMediaListDestructor(REALobject self) {
+static void VLCMediaListDestructor(REALobject self) { EndList(ListOf(self)); }
+
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
     MediaListData& d = ListOf(self);
-    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc);
+    WriteHandle(d.handle, value, vlcfn::_libvlc_media_list_retain, "_libvlc_media_list_retain",
+                [&d] { ReleaseHandle(d.handle, vlcfn::_libvlc_media_list_release); });
 }
 
 static void Lock(REALobject self) {
@@ -123,7 +130,7 @@ static RBBoolean AddMedia(REALobject self, REALobject item) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaListData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaListQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaListData, vlc),
 };
 

@@ -24,22 +24,35 @@ libvlc_media_list_player_t* ListPlayer(REALobject self) {
 
 #define LIST_PLAYER_GUARD_TFH(traceName, fn, zero) GUARD_TFH(ListPlayerOf(self).handle, traceName, fn, zero)
 
+static void LetGoOfListPlayer(MediaListPlayerData& d) {
+    ReleaseHandle(d.handle, vlcfn::_libvlc_media_list_player_release);
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+// List and Player keep the locks SetMediaList and SetMediaPlayer took.
+static void EndListPlayer(MediaListPlayerData& d) {
+    LetGoOfListPlayer(d);
+    d.handle = 0;
+    ReleaseField(d.vlc);
+}
+
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCMediaListPlayerConstructor");
-    if (!VLC_NEED(libvlc_media_list_player_new)) return;
     MediaListPlayerData& d = ListPlayerOf(self);
+    EndListPlayer(d);
+    if (!VLC_NEED(libvlc_media_list_player_new)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_player_new(instance));
 }
 
-// List and Player keep the locks SetMediaList and SetMediaPlayer took.
-static void VLCMediaListPlayerDestructor(REALobject self) {
+static void VLCMediaListPlayerDestructor(REALobject self) { EndListPlayer(ListPlayerOf(self)); }
+
+// The list of bound functions has no retain for list players: only 0 is written.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
     MediaListPlayerData& d = ListPlayerOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_list_player_release != nullptr)
-        vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
+    WriteHandle<libvlc_media_list_player_t>(d.handle, value, nullptr, "_libvlc_media_list_player_retain",
+                                            [&d] { LetGoOfListPlayer(d); });
 }
 
 static void Play(REALobject self) {
@@ -136,7 +149,7 @@ static void SetPlaybackMode(REALobject self, RBInteger mode) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaListPlayerData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaListPlayerQRVClass>, SetHandle),
     QRV_FIELD_PROPERTY("List", "VLCMediaListQRV", MediaListPlayerData, list),
     QRV_FIELD_PROPERTY("Player", "VLCMediaPlayerQRV", MediaListPlayerData, player),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaListPlayerData, vlc),

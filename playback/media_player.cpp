@@ -26,10 +26,8 @@ libvlc_media_player_t* Player(REALobject self) {
 }
 
 // A heap mutex with default attributes; null (and no locking) if it cannot be
-// made. A constructor called again on a live player keeps the mutex it has:
-// a decoder thread may be holding it.
+// made. The constructors call it once the earlier frame state is gone.
 void MakeFrameMutex(MediaPlayerData& d) {
-    if (d.frameMutex != nullptr) return;
     auto* mutex = static_cast<pthread_mutex_t*>(calloc(1, sizeof(pthread_mutex_t)));
     if (mutex != nullptr) pthread_mutex_init(mutex, nullptr);
     d.frameMutex = mutex;
@@ -213,10 +211,37 @@ static void SetMedia(REALobject self, RBInteger, REALobject media) {
 
 // ---- constructors and destructor ---------------------------------------------
 
+// Detaches every output, stops a capturing player (another holder of the libvlc
+// player, a Handle written elsewhere, would keep it writing into this object's
+// frame buffer), then releases: no callback into this object runs afterwards.
+static void LetGoOfPlayer(MediaPlayerData& d) {
+    if (d.handle == 0 || vlcfn::_libvlc_media_player_release == nullptr) return;
+    auto player = reinterpret_cast<libvlc_media_player_t*>(d.handle);
+    if (vlcfn::_libvlc_media_player_set_nsobject) vlcfn::_libvlc_media_player_set_nsobject(player, nullptr);
+    if (vlcfn::_libvlc_media_player_set_xwindow) vlcfn::_libvlc_media_player_set_xwindow(player, 0);
+    if (vlcfn::_libvlc_media_player_set_hwnd) vlcfn::_libvlc_media_player_set_hwnd(player, nullptr);
+    if (vlcfn::_libvlc_video_set_callbacks)
+        vlcfn::_libvlc_video_set_callbacks(player, nullptr, nullptr, nullptr, nullptr);
+    if (d.frameBuffer != nullptr && vlcfn::_libvlc_media_player_stop) vlcfn::_libvlc_media_player_stop(player);
+    vlcfn::_libvlc_media_player_release(player);
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndPlayer(MediaPlayerData& d) {
+    LetGoOfPlayer(d);
+    d.handle = 0;
+    FreeImages(d);
+    d.hasNewFrame = 0;
+    ReleaseField(d.vlc);
+    ReleaseField(d.tag);
+    ReleaseField(d.media);
+}
+
 static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
     TRACE("VLCMediaPlayerConstructorInstance");
-    if (!VLC_NEED(libvlc_media_player_new)) return;
     MediaPlayerData& d = PlayerOf(self);
+    EndPlayer(d);
+    if (!VLC_NEED(libvlc_media_player_new)) return;
     MakeFrameMutex(d);
     int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
     if (instance == 0) {
@@ -232,8 +257,9 @@ static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
 // A player made from a media keeps that media and has no VLC.
 static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
     TRACE("VLCMediaPlayerConstructorMedia");
-    if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
     MediaPlayerData& d = PlayerOf(self);
+    EndPlayer(d);
+    if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
     MakeFrameMutex(d);
     int64_t handle = HandleOf(media, VLCMediaQRVClass);
     if (handle == 0) {
@@ -242,28 +268,17 @@ static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
     }
     d.handle = reinterpret_cast<int64_t>(
         vlcfn::_libvlc_media_player_new_from_media(reinterpret_cast<libvlc_media_t*>(handle)));
-    if (d.media != nullptr) REALUnlockObject(d.media);
     d.media = media;
     REALLockObject(media);
 }
 
-// Detaches every output before the release, so no callback runs afterwards.
-static void VLCMediaPlayerDestructor(REALobject self) {
+static void VLCMediaPlayerDestructor(REALobject self) { EndPlayer(PlayerOf(self)); }
+
+// The frame state stays: the next VideoSetCallback installs it on the new player.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
     MediaPlayerData& d = PlayerOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_player_release != nullptr) {
-        libvlc_media_player_t* player = Player(self);
-        if (vlcfn::_libvlc_media_player_set_nsobject) vlcfn::_libvlc_media_player_set_nsobject(player, nullptr);
-        if (vlcfn::_libvlc_media_player_set_xwindow) vlcfn::_libvlc_media_player_set_xwindow(player, 0);
-        if (vlcfn::_libvlc_media_player_set_hwnd) vlcfn::_libvlc_media_player_set_hwnd(player, nullptr);
-        if (vlcfn::_libvlc_video_set_callbacks)
-            vlcfn::_libvlc_video_set_callbacks(player, nullptr, nullptr, nullptr, nullptr);
-        vlcfn::_libvlc_media_player_release(player);
-    }
-    d.handle = 0;
-    FreeImages(d);
-    ReleaseField(d.vlc);
-    ReleaseField(d.tag);
-    ReleaseField(d.media);
+    WriteHandle(d.handle, value, vlcfn::_libvlc_media_player_retain, "_libvlc_media_player_retain",
+                [&d] { LetGoOfPlayer(d); });
 }
 
 // ---- methods -----------------------------------------------------------------
@@ -486,7 +501,7 @@ REALproperty kProperties[] = {
     QRV_PROPERTY("Media", "VLCMediaQRV", GetMedia, SetMedia),
     QRV_READONLY_PROPERTY("IsPlaying", "boolean", IsPlaying),
     QRV_PROPERTY("AudioChannel", "integer", GetChannel, SetChannel),
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaPlayerData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaPlayerQRVClass>, SetHandle),
     QRV_PROPERTY("HasNewFrame", "Boolean", GetHasNewFrame, SetHasNewFrame),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaPlayerData, vlc),
     QRV_READONLY_FIELD_PROPERTY("Tag", "Variant", MediaPlayerData, tag),
