@@ -27,6 +27,9 @@ struct DialogData {
     int64_t handle;  // libvlc_instance_t* the callbacks were registered on
     REALobject vlc;
     DeliveryTarget* target;  // libvlc's user data for this object's callbacks
+    // A libvlc reference on the instance registered on: the instance object may
+    // let go of it first (its constructor run again, its Handle written).
+    libvlc_instance_t* kept;
 };
 
 DialogData& DialogOf(REALobject self) { return DataOf<DialogData>(self, VLCDialogQRVClass); }
@@ -303,6 +306,12 @@ bool EndRegistration(DialogData& d) {
     return false;
 }
 
+// After EndRegistration: libvlc no longer needs the instance for this object.
+void GiveBackInstance(DialogData& d) {
+    if (d.kept != nullptr && vlcfn::_libvlc_release != nullptr) vlcfn::_libvlc_release(d.kept);
+    d.kept = nullptr;
+}
+
 }  // namespace
 
 // A constructor run again ends the registration it made before. An instance
@@ -311,6 +320,7 @@ static void VLCDialogConstructor(REALobject self, REALobject vlc) {
     TRACE("VLCDialogConstructor");
     DialogData& d = DialogOf(self);
     EndRegistration(d);
+    GiveBackInstance(d);
     ReleaseField(d.vlc);
     if (!VLC_NEED(libvlc_dialog_set_callbacks)) return;
     libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc);
@@ -324,11 +334,16 @@ static void VLCDialogConstructor(REALobject self, REALobject vlc) {
     }
     vlcfn::_libvlc_dialog_set_callbacks(instance, &kCallbacks, d.target);
     d.handle = reinterpret_cast<int64_t>(instance);
+    if (vlcfn::_libvlc_retain != nullptr) {
+        vlcfn::_libvlc_retain(instance);
+        d.kept = instance;
+    }
 }
 
 static void VLCDialogDestructor(REALobject self) {
     DialogData& d = DialogOf(self);
     RetireDeliveryTarget(d.target, EndRegistration(d));
+    GiveBackInstance(d);
     d.target = nullptr;
     ReleaseField(d.vlc);
 }
