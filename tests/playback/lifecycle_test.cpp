@@ -16,13 +16,6 @@ using namespace std::chrono_literals;
 
 void IgnoreEvent(REALobject) {}
 
-// Heap growth is only measured on the plain allocator.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kHeapMeasured = false;
-#else
-constexpr bool kHeapMeasured = true;
-#endif
-
 class Lifecycle : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -56,9 +49,8 @@ protected:
         static void* libvlc = dlopen("libvlc.so.5", RTLD_NOW | RTLD_NOLOAD);
         return reinterpret_cast<T>(dlsym(libvlc, name));
     }
-    // Bytes the measured calls keep each beyond what the baseline calls keep (the
-    // emulator keeps destroyed objects), once the main loop has run; the least
-    // of three rounds of 20.
+    // Heap bytes (plain allocator) each measured call keeps beyond a baseline call
+    // (the emulator keeps destroyed objects), after the main loop ran; least of 3.
     int64_t KeptPerCall(const std::function<void()>& baseline, const std::function<void()>& measured) {
         int64_t kept = INT64_MAX;
         for (int round = 0; round < 3; ++round) {
@@ -83,10 +75,8 @@ protected:
 struct Row {
     const char* className;
     std::vector<std::string> args;
-    // Below what one object never released keeps (measured: instance 19 KiB,
-    // player 22 KiB, media 1.2 KiB, discoverer 1.5 KiB, list 200 bytes, library
-    // 76), above what libvlc 3.0 keeps of each one made and released (2 to 5 KiB
-    // of an instance) or allocates meanwhile (a discoverer's scanning thread).
+    // Under what one object never released keeps (instance 19 KiB, player 22, media 1.2, discoverer 1.5,
+    // list 200 bytes, library 76), over libvlc's own (2-5 KiB per instance, a discoverer's scans).
     int64_t keptLimit = 100;
     const char* refusedFor = nullptr;  // the retain function a refused Handle write names
 };
@@ -121,9 +111,7 @@ TEST_F(Lifecycle, ConstructorRunAgainEndsWhatTheFirstStarted) {
         EXPECT_TRUE(NothingRaised(host));
         EXPECT_NE(host.Get(object, "Handle").AsInt(), 0);
         EXPECT_EQ(host.LockCount(vlc), vlcLocks) << "locks on the instance argument";
-        if (kHeapMeasured) {
-            EXPECT_LT(kept, row.keptLimit) << "bytes kept per constructor call";
-        }
+        EXPECT_LT(kept, row.keptLimit) << "bytes kept per constructor call";
     }
 }
 
@@ -232,9 +220,7 @@ TEST_F(Lifecycle, HandleWritesKeepLibvlcReferencesBalanced) {
                                        host.Set(holder, "Handle", host.Get(make(), "Handle"));
                                        host.Set(holder, "Handle", Value::Int(0));
                                    });
-        if (kHeapMeasured) {
-            EXPECT_LT(kept, row.keptLimit) << "bytes kept per object taken and given back";
-        }
+        EXPECT_LT(kept, row.keptLimit) << "bytes kept per object taken and given back";
         EXPECT_TRUE(NothingRaised(host));
     }
 }
