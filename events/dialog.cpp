@@ -28,6 +28,9 @@ struct DialogData {
     int64_t handle;  // libvlc_instance_t* the callbacks were registered on
     REALobject vlc;
     DeliveryTarget* target;  // libvlc's user data for this object's callbacks
+    // A libvlc reference on the instance registered on: the instance object may
+    // let go of it first (its constructor run again, its Handle written).
+    libvlc_instance_t* kept;
 };
 
 DialogData& DialogOf(REALobject self) { return DataOf<DialogData>(self, VLCDialogQRVClass); }
@@ -271,10 +274,6 @@ void UpdateProgress(void*, libvlc_dialog_id* id, float position, const char* tex
 const libvlc_dialog_cbs kCallbacks = {DisplayError,    DisplayLogin, DisplayQuestion,
                                       DisplayProgress, CancelDialog, UpdateProgress};
 
-// A registration keeps its libvlc instance alive: Destructor called on the
-// VLCInstanceQRV would otherwise free what the dialog later unregisters from.
-bool RegistrationHoldsInstance() { return vlcfn::_libvlc_retain != nullptr && vlcfn::_libvlc_release != nullptr; }
-
 // Main thread: the object takes no more dialogs. Dismisses those it holds
 // open, then unregisters its callbacks if the instance still holds them (a
 // newer object's are left in place). Answers whether libvlc may still call
@@ -305,8 +304,13 @@ bool EndRegistration(DialogData& d) {
     // Outside the lock: libvlc takes its own lock, which its threads hold while calling back.
     if (vlcfn::_libvlc_dialog_set_callbacks == nullptr) return true;
     vlcfn::_libvlc_dialog_set_callbacks(instance, nullptr, nullptr);
-    if (RegistrationHoldsInstance()) vlcfn::_libvlc_release(instance);
     return false;
+}
+
+// After EndRegistration: libvlc no longer needs the instance for this object.
+void GiveBackInstance(DialogData& d) {
+    if (d.kept != nullptr && vlcfn::_libvlc_release != nullptr) vlcfn::_libvlc_release(d.kept);
+    d.kept = nullptr;
 }
 
 }  // namespace
@@ -316,27 +320,32 @@ bool EndRegistration(DialogData& d) {
 static void VLCDialogConstructor(REALobject self, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCDialogConstructor");
-    if (!VLC_NEED(libvlc_dialog_set_callbacks)) return;
     DialogData& d = DialogOf(self);
     EndRegistration(d);
+    GiveBackInstance(d);
+    ReleaseField(d.vlc);
+    if (!VLC_NEED(libvlc_dialog_set_callbacks)) return;
     libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc);
     if (instance == nullptr) return;
     if (d.target == nullptr) d.target = NewDeliveryTarget(self);
     DialogRegistry& r = Registry();
-    bool first;
     {
         Hold hold(r.lock);
         r.listening.insert(d.target);
-        first = r.registered.insert_or_assign(instance, d.target).second;
+        r.registered[instance] = d.target;
     }
     vlcfn::_libvlc_dialog_set_callbacks(instance, &kCallbacks, d.target);
-    if (first && RegistrationHoldsInstance()) vlcfn::_libvlc_retain(instance);
     d.handle = reinterpret_cast<int64_t>(instance);
+    if (vlcfn::_libvlc_retain != nullptr) {
+        vlcfn::_libvlc_retain(instance);
+        d.kept = instance;
+    }
 }
 
 static void VLCDialogDestructor(REALobject self) {
     DialogData& d = DialogOf(self);
     RetireDeliveryTarget(d.target, EndRegistration(d));
+    GiveBackInstance(d);
     d.target = nullptr;
     ReleaseField(d.vlc);
     ForgetLibvlcHolder(self);

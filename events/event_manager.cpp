@@ -66,6 +66,34 @@ static void Listen(REALobject self) {
     }
 }
 
+namespace {
+
+// Detaches what Listen attached; deliveries still queued for this manager are
+// dropped. The destructor ends this, and a constructor run again ends it first.
+void EndEvents(REALobject self) {
+    auto found = ListeningManagers().find(self);
+    if (found != ListeningManagers().end()) {
+        Listening listening = std::move(found->second);
+        ListeningManagers().erase(found);
+        if (vlcfn::_libvlc_event_detach != nullptr) {
+            for (const Attachment& a : listening.attached) {
+                TraceEventName("Uninstall", a.index);
+                vlcfn::_libvlc_event_detach(a.manager, kEventTypes[a.index], kEventCallbacks[a.index],
+                                            listening.target);
+            }
+            listening.attached.clear();
+        }
+        // What stays attached may still call back with the target.
+        RetireDeliveryTarget(listening.target, !listening.attached.empty());
+    }
+    EventManagerData& d = EventManagerOf(self);
+    d.handle = 0;
+    ReleaseField(d.parent);
+    ReleaseField(d.vlc);
+}
+
+}  // namespace
+
 // The five constructors differ in the source class, the libvlc function and the message.
 template <typename Source, typename Manager>
 void StartEvents(REALobject self, REALobject source, const REALclassDefinition& sourceClass, const char* traceName,
@@ -73,6 +101,7 @@ void StartEvents(REALobject self, REALobject source, const REALclassDefinition& 
     TRACE(traceName);
     TRACE("StartEvents");
     TRACE(traceName);
+    EndEvents(self);
     if (!FunctionLoaded(entry, entryName)) return;
     int64_t handle = HandleOf(source, sourceClass);
     if (handle == 0) {
@@ -84,7 +113,6 @@ void StartEvents(REALobject self, REALobject source, const REALclassDefinition& 
     TRACE("SetupEvents");
     if (d.handle != 0) {
         REALLockObject(source);
-        if (d.parent != nullptr) REALUnlockObject(d.parent);
         d.parent = source;
         ListeningManagers()[self].source = source;
     }
@@ -125,29 +153,10 @@ static void VLCEventManagerConstructorMediaListPlayer(REALobject self, REALobjec
                  libvlc_media_list_player_event_manager, "list parameter is nil");
 }
 
-// Detaches what Listen attached; deliveries still queued for this manager are dropped.
 static void VLCEventManagerDestructor(REALobject self) {
     TRACE("VLCEventManagerDestructor");
     TRACE("StopEvents");
-    auto found = ListeningManagers().find(self);
-    if (found != ListeningManagers().end()) {
-        Listening listening = std::move(found->second);
-        ListeningManagers().erase(found);
-        if (vlcfn::_libvlc_event_detach != nullptr) {
-            for (const Attachment& a : listening.attached) {
-                TraceEventName("Uninstall", a.index);
-                vlcfn::_libvlc_event_detach(a.manager, kEventTypes[a.index], kEventCallbacks[a.index],
-                                            listening.target);
-            }
-            listening.attached.clear();
-        }
-        // What stays attached may still call back with the target.
-        RetireDeliveryTarget(listening.target, !listening.attached.empty());
-    }
-    EventManagerData& d = EventManagerOf(self);
-    d.handle = 0;
-    ReleaseField(d.parent);
-    ReleaseField(d.vlc);
+    EndEvents(self);
     ForgetLibvlcHolder(self);
 }
 

@@ -25,9 +25,15 @@ void Adopt(REALobject self, libvlc_equalizer_t* equalizer, REALobject vlc) {
 
 }  // namespace
 
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndEqualizer(EqualizerData& d) {
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_audio_equalizer_release, d.vlc);
+}
+
 static void VLCEqualizerConstructor1(REALobject self, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCEqualizerConstructor1");
+    EndEqualizer(EqualizerOf(self));
     if (!VLC_NEED(libvlc_audio_equalizer_new)) return;
     Adopt(self, vlcfn::_libvlc_audio_equalizer_new(), vlc);
 }
@@ -36,14 +42,21 @@ static void VLCEqualizerConstructor1(REALobject self, REALobject vlc) {
 static void VLCEqualizerConstructor2(REALobject self, RBInteger index, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCEqualizerConstructor2");
+    EndEqualizer(EqualizerOf(self));
     if (!VLC_NEED(libvlc_audio_equalizer_new_from_preset)) return;
     Adopt(self, vlcfn::_libvlc_audio_equalizer_new_from_preset(static_cast<unsigned>(index)), vlc);
 }
 
 static void VLCEqualizerDestructor(REALobject self) {
-    EqualizerData& d = EqualizerOf(self);
-    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_audio_equalizer_release, d.vlc);
+    EndEqualizer(EqualizerOf(self));
     ForgetLibvlcHolder(self);
+}
+
+// An equalizer is not reference counted in libvlc: only 0 is written.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    EqualizerData& d = EqualizerOf(self);
+    WriteHandle<libvlc_equalizer_t>(d.handle, value, nullptr, "_libvlc_audio_equalizer_retain",
+                                    [&d] { ReleaseHandle(d.handle, vlcfn::_libvlc_audio_equalizer_release); });
 }
 
 static float getmap(REALobject self, RBInteger index) {
@@ -110,7 +123,7 @@ static double audio_equalizer_get_band_frequency(RBInteger index) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", EqualizerData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCEqualizerQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", EqualizerData, vlc),
     QRV_PROPERTY("Preamp", "Single", getpreamp, setpreamp),
 };

@@ -89,9 +89,33 @@ libvlc_instance_t* KeepInstanceArgument(REALobject vlc, REALobject& held) {
     return reinterpret_cast<libvlc_instance_t*>(instance);
 }
 
+// The libvlc instance the object holds goes back, after its log and exit routes
+// end: libvlc still running for other holders must not write to a closed log.
+static void LetGoOfInstance(REALobject self) {
+    EndInstanceDeliveries(self);
+    InstanceData& d = InstanceOf(self);
+    if (d.handle != 0 && vlcfn::_libvlc_release != nullptr) {
+        vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));
+        --gLiveInstances;
+    }
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndInstance(REALobject self) {
+    LetGoOfInstance(self);
+    InstanceData& d = InstanceOf(self);
+    d.handle = 0;
+    ReleaseField(d.logFile);
+    if (d.logStream != nullptr) {
+        fclose(d.logStream);
+        d.logStream = nullptr;
+    }
+}
+
 static void VLCInstanceConstructor(REALobject self, REALarray args) {
     NoteLibvlcHolder(self);
     TRACE("VLCInstanceConstructor");
+    EndInstance(self);
     if (!VLC_NEED(libvlc_new)) return;
     PrepareSignals();
 
@@ -129,19 +153,16 @@ static void VLCInstanceConstructor(REALobject self, REALarray args) {
 }
 
 static void VLCInstanceDestructor(REALobject self) {
-    EndInstanceDeliveries(self);  // libvlc's threads may outlive the release below
-    InstanceData& d = InstanceOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_release != nullptr) {
-        vlcfn::_libvlc_release(reinterpret_cast<libvlc_instance_t*>(d.handle));
-        --gLiveInstances;
-    }
-    d.handle = 0;
-    ReleaseField(d.logFile);
-    if (d.logStream != nullptr) {
-        fclose(d.logStream);
-        d.logStream = nullptr;
-    }
+    EndInstance(self);
     ForgetLibvlcHolder(self);
+}
+
+// The log file stays open for ClearLog or the destructor; nothing writes to it.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    if (WriteHandle(InstanceOf(self).handle, value, vlcfn::_libvlc_retain, "_libvlc_retain",
+                    [self] { LetGoOfInstance(self); }) &&
+        value != 0)
+        ++gLiveInstances;
 }
 
 static void SetAppID(REALobject self, REALstring id, REALstring version, REALstring icon) {
@@ -275,7 +296,7 @@ static REALstring GetAudioOutputDeviceID(REALobject self, REALstring audioOutput
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", InstanceData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCInstanceQRVClass>, SetHandle),
 };
 
 REALmethodDefinition kMethods[] = {

@@ -181,9 +181,26 @@ static REALobject MediaWithDataString(REALobject vlc, REALstring data) {
 
 // ---- constructors and destructor ---------------------------------------------
 
+// The libvlc media and the instance go back. A constructor run again ends them
+// first, as the destructor would; only the destructor closes the descriptor.
+// libvlc frees the media's event manager with its last reference: the managers
+// listening there are detached first.
+static void LetGoOfMedia(REALobject self) {
+    EndEventsFrom(self);
+    ReleaseHandle(MediaOf(self).handle, vlcfn::_libvlc_media_release);
+}
+
+static void EndMedia(REALobject self) {
+    LetGoOfMedia(self);
+    MediaData& d = MediaOf(self);
+    d.handle = 0;
+    ReleaseField(d.vlc);
+}
+
 static void VLCMediaConstructorClone(REALobject self, REALobject original) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaConstructorClone");
+    EndMedia(self);
     if (!VLC_NEED(libvlc_media_duplicate)) return;
     int64_t source = HandleOf(original, VLCMediaQRVClass);
     if (source == 0) {
@@ -200,6 +217,7 @@ static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstr
     NoteLibvlcHolder(self);
     MediaOf(self).tempFD = -1;
     TRACE("VLCMediaConstructorLocation");
+    EndMedia(self);
     if (!VLC_NEED(libvlc_media_new_location)) return;
     libvlc_instance_t* instance = InstanceArgument(vlc);
     if (instance == nullptr) {
@@ -213,12 +231,8 @@ static void VLCMediaConstructorLocation(REALobject self, REALobject vlc, REALstr
 // The descriptor test is on the value alone, so an object whose Clone
 // constructor raised (descriptor 0 in the host's zero-filled data) closes 0.
 static void VLCMediaDestructor(REALobject self) {
-    EndEventsFrom(self);  // before libvlc frees the event manager
+    EndMedia(self);
     MediaData& d = MediaOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_release != nullptr)
-        vlcfn::_libvlc_media_release(reinterpret_cast<libvlc_media_t*>(d.handle));
-    d.handle = 0;
-    ReleaseField(d.vlc);
     if (d.tempFD >= 0) {
         TRACEF("%d", "close fd", d.tempFD);
         close(d.tempFD);
@@ -230,6 +244,11 @@ static void VLCMediaDestructor(REALobject self) {
         d.tempPath = nullptr;
     }
     ForgetLibvlcHolder(self);
+}
+
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    WriteHandle(MediaOf(self).handle, value, vlcfn::_libvlc_media_retain, "_libvlc_media_retain",
+                [self] { LetGoOfMedia(self); });
 }
 
 // ---- members -----------------------------------------------------------------
@@ -440,7 +459,7 @@ static REALobject GetSlaves(REALobject self) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaData, vlc),
     QRV_PROPERTY("Tag", "Integer", GetTag, SetTag),
 };

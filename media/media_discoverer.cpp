@@ -41,6 +41,23 @@ bool IsService(libvlc_instance_t* instance, const char* name) {
 
 }  // namespace
 
+// libvlc 3.0 stops a running discoverer as it releases it, and frees its event
+// manager with it: the managers listening there are detached first.
+static void LetGoOfDiscoverer(REALobject self) {
+    EndEventsFrom(self);
+    ServiceData& d = DiscovererOf(self);
+    ReleaseHandle(d.handle, vlcfn::_libvlc_media_discoverer_release);
+    d.running = 0;
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndDiscoverer(REALobject self) {
+    LetGoOfDiscoverer(self);
+    ServiceData& d = DiscovererOf(self);
+    d.handle = 0;
+    ReleaseField(d.vlc);
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
@@ -48,8 +65,9 @@ bool IsService(libvlc_instance_t* instance, const char* name) {
 static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaDiscovererConstructor");
-    if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
+    EndDiscoverer(self);
     ServiceData& d = DiscovererOf(self);
+    if (!VLC_NEED(libvlc_media_discoverer_new_from_name)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc)) {
         rbText text(name);
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_discoverer_new_from_name(instance, text.GetUTF8()));
@@ -60,10 +78,15 @@ static void VLCMediaDiscovererConstructor(REALobject self, REALobject vlc, REALs
 #pragma GCC diagnostic pop
 
 static void VLCMediaDiscovererDestructor(REALobject self) {
-    EndEventsFrom(self);  // before libvlc frees the event manager
-    ServiceData& d = DiscovererOf(self);
-    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_discoverer_release, d.vlc);
+    EndDiscoverer(self);
     ForgetLibvlcHolder(self);
+}
+
+// libvlc 3.0 has no retain for media discoverers: only 0 is written.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    ServiceData& d = DiscovererOf(self);
+    WriteHandle<libvlc_media_discoverer_t>(d.handle, value, nullptr, "_libvlc_media_discoverer_retain",
+                                           [self] { LetGoOfDiscoverer(self); });
 }
 
 static REALobject GetMediaList(REALobject self) {
@@ -139,7 +162,7 @@ static void Stop(REALobject self) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", ServiceData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaDiscovererQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", ServiceData, vlc),
 };
 

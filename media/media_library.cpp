@@ -18,20 +18,31 @@ libvlc_media_library_t* LibraryHandle(REALobject self) {
 
 }  // namespace
 
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndLibrary(ServiceData& d) {
+    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_library_release, d.vlc);
+}
+
 // An instance whose handle is 0 is reported, yet kept in VLC.
 static void VLCMediaLibraryConstructor(REALobject self, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaLibraryConstructor");
-    if (!VLC_NEED(libvlc_media_library_new)) return;
     ServiceData& d = LibraryOf(self);
+    EndLibrary(d);
+    if (!VLC_NEED(libvlc_media_library_new)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_library_new(instance));
 }
 
 static void VLCMediaLibraryDestructor(REALobject self) {
-    ServiceData& d = LibraryOf(self);
-    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_library_release, d.vlc);
+    EndLibrary(LibraryOf(self));
     ForgetLibvlcHolder(self);
+}
+
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    ServiceData& d = LibraryOf(self);
+    WriteHandle(d.handle, value, vlcfn::_libvlc_media_library_retain, "_libvlc_media_library_retain",
+                [&d] { ReleaseHandle(d.handle, vlcfn::_libvlc_media_library_release); });
 }
 
 static RBBoolean Load(REALobject self) {
@@ -47,7 +58,7 @@ static REALobject GetMediaList(REALobject self) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", ServiceData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaLibraryQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", ServiceData, vlc),
 };
 

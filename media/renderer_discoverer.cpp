@@ -149,13 +149,13 @@ void EndDiscoverer(RendererDiscovererData& d) {
 static void VLCRendererDiscovererConstructor(REALobject self, REALobject vlc, REALstring name) {
     NoteLibvlcHolder(self);
     TRACE("VLCRendererDiscovererConstructor");
-    if (!VLC_NEED(libvlc_renderer_discoverer_new)) return;
     RendererDiscovererData& d = DiscovererOf(self);
+    EndDiscoverer(d);
+    if (!VLC_NEED(libvlc_renderer_discoverer_new)) return;
     if (vlc == nullptr || HandleOf(vlc, VLCInstanceQRVClass) == 0) {
         RaiseNilObjectException("vlc parameter is nil");
         return;
     }
-    EndDiscoverer(d);
     libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc);
     rbText text(name);
     d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_renderer_discoverer_new(instance, text.GetUTF8()));

@@ -61,22 +61,41 @@ REALobject NewVLCMediaListQRV(libvlc_media_list_t* list, REALobject vlc) {
     return object;
 }
 
+// libvlc frees the list's event manager with the list: the managers listening
+// there are detached first, and a lock the program holds is given back.
+static void LetGoOfList(REALobject self) {
+    EndEventsFrom(self);
+    UnlockListsOf(self);
+    ReleaseHandle(ListOf(self).handle, vlcfn::_libvlc_media_list_release);
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndList(REALobject self) {
+    LetGoOfList(self);
+    MediaListData& d = ListOf(self);
+    d.handle = 0;
+    ReleaseField(d.vlc);
+}
+
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListConstructor(REALobject self, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaListConstructor");
-    if (!VLC_NEED(libvlc_media_list_new)) return;
+    EndList(self);
     MediaListData& d = ListOf(self);
+    if (!VLC_NEED(libvlc_media_list_new)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_new(instance));
 }
 
 static void VLCMediaListDestructor(REALobject self) {
-    EndEventsFrom(self);  // before libvlc frees the event manager
-    UnlockListsOf(self);
-    MediaListData& d = ListOf(self);
-    ReleaseHandleAndInstance(d.handle, vlcfn::_libvlc_media_list_release, d.vlc);
+    EndList(self);
     ForgetLibvlcHolder(self);
+}
+
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    WriteHandle(ListOf(self).handle, value, vlcfn::_libvlc_media_list_retain, "_libvlc_media_list_retain",
+                [self] { LetGoOfList(self); });
 }
 
 static void Lock(REALobject self) {
@@ -158,7 +177,7 @@ static RBBoolean AddMedia(REALobject self, REALobject item) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaListData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaListQRVClass>, SetHandle),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaListData, vlc),
 };
 

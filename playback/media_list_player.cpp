@@ -26,32 +26,45 @@ libvlc_media_list_player_t* ListPlayer(REALobject self) {
 
 #define LIST_PLAYER_GUARD_TFH(traceName, fn, zero) GUARD_TFH(ListPlayerOf(self).handle, traceName, fn, zero)
 
+// libvlc frees the list player's event manager with it: the managers listening
+// there are detached first.
+static void LetGoOfListPlayer(REALobject self) {
+    EndEventsFrom(self);
+    ReleaseHandle(ListPlayerOf(self).handle, vlcfn::_libvlc_media_list_player_release);
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+// List and Player hold one lock each, taken by SetMediaList and SetMediaPlayer
+// (or a write of the property); libvlc keeps references of its own.
+static void EndListPlayer(REALobject self) {
+    LetGoOfListPlayer(self);
+    MediaListPlayerData& d = ListPlayerOf(self);
+    d.handle = 0;
+    ReleaseField(d.list);
+    ReleaseField(d.player);
+    ReleaseField(d.vlc);
+}
+
 // An instance whose handle is 0 is reported and still kept.
 static void VLCMediaListPlayerConstructor(REALobject self, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaListPlayerConstructor");
-    if (!VLC_NEED(libvlc_media_list_player_new)) return;
+    EndListPlayer(self);
     MediaListPlayerData& d = ListPlayerOf(self);
+    if (!VLC_NEED(libvlc_media_list_player_new)) return;
     if (libvlc_instance_t* instance = KeepInstanceArgument(vlc, d.vlc))
         d.handle = reinterpret_cast<int64_t>(vlcfn::_libvlc_media_list_player_new(instance));
 }
 
-// List and Player hold one lock each, taken by SetMediaList and SetMediaPlayer
-// (or a write of the property); libvlc keeps references of its own.
-static void ReleaseListPlayerSlots(MediaListPlayerData& d) {
-    ReleaseField(d.list);
-    ReleaseField(d.player);
+static void VLCMediaListPlayerDestructor(REALobject self) {
+    EndListPlayer(self);
+    ForgetLibvlcHolder(self);
 }
 
-static void VLCMediaListPlayerDestructor(REALobject self) {
-    EndEventsFrom(self);  // before libvlc frees the event manager
-    MediaListPlayerData& d = ListPlayerOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_list_player_release != nullptr)
-        vlcfn::_libvlc_media_list_player_release(reinterpret_cast<libvlc_media_list_player_t*>(d.handle));
-    d.handle = 0;
-    ReleaseListPlayerSlots(d);
-    ReleaseField(d.vlc);
-    ForgetLibvlcHolder(self);
+// The list of bound functions has no retain for list players: only 0 is written.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    WriteHandle<libvlc_media_list_player_t>(ListPlayerOf(self).handle, value, nullptr,
+                                            "_libvlc_media_list_player_retain", [self] { LetGoOfListPlayer(self); });
 }
 
 static void Play(REALobject self) {
@@ -152,7 +165,7 @@ static void SetPlaybackMode(REALobject self, RBInteger mode) {
 namespace {
 
 REALproperty kProperties[] = {
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaListPlayerData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaListPlayerQRVClass>, SetHandle),
     QRV_FIELD_PROPERTY("List", "VLCMediaListQRV", MediaListPlayerData, list),
     QRV_FIELD_PROPERTY("Player", "VLCMediaPlayerQRV", MediaListPlayerData, player),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaListPlayerData, vlc),

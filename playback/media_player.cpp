@@ -28,10 +28,8 @@ libvlc_media_player_t* Player(REALobject self) {
 }
 
 // A heap mutex with default attributes; null (and no locking) if it cannot be
-// made. A constructor called again on a live player keeps the mutex it has:
-// a decoder thread may be holding it.
+// made. The constructors call it once the earlier frame state is gone.
 void MakeFrameMutex(MediaPlayerData& d) {
-    if (d.frameMutex != nullptr) return;
     auto* mutex = static_cast<pthread_mutex_t*>(calloc(1, sizeof(pthread_mutex_t)));
     if (mutex != nullptr) pthread_mutex_init(mutex, nullptr);
     d.frameMutex = mutex;
@@ -215,11 +213,42 @@ static void SetMedia(REALobject self, RBInteger, REALobject media) {
 
 // ---- constructors and destructor ---------------------------------------------
 
+// Detaches every output, stops a capturing player (another holder of the libvlc
+// player, a Handle written elsewhere, would keep it writing into this object's
+// frame buffer), then releases: no callback into this object runs afterwards.
+// libvlc frees the player's event manager with it: its managers detach first.
+static void LetGoOfPlayer(REALobject self) {
+    EndEventsFrom(self);
+    MediaPlayerData& d = PlayerOf(self);
+    if (d.handle == 0 || vlcfn::_libvlc_media_player_release == nullptr) return;
+    auto player = reinterpret_cast<libvlc_media_player_t*>(d.handle);
+    if (vlcfn::_libvlc_media_player_set_nsobject) vlcfn::_libvlc_media_player_set_nsobject(player, nullptr);
+    if (vlcfn::_libvlc_media_player_set_xwindow) vlcfn::_libvlc_media_player_set_xwindow(player, 0);
+    if (vlcfn::_libvlc_media_player_set_hwnd) vlcfn::_libvlc_media_player_set_hwnd(player, nullptr);
+    if (vlcfn::_libvlc_video_set_callbacks)
+        vlcfn::_libvlc_video_set_callbacks(player, nullptr, nullptr, nullptr, nullptr);
+    if (d.frameBuffer != nullptr && vlcfn::_libvlc_media_player_stop) vlcfn::_libvlc_media_player_stop(player);
+    vlcfn::_libvlc_media_player_release(player);
+}
+
+// Everything the destructor ends; a constructor run again ends it first.
+static void EndPlayer(REALobject self) {
+    LetGoOfPlayer(self);
+    MediaPlayerData& d = PlayerOf(self);
+    d.handle = 0;
+    FreeImages(d);
+    d.hasNewFrame = 0;
+    ReleaseField(d.vlc);
+    ReleaseField(d.tag);
+    ReleaseField(d.media);
+}
+
 static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaPlayerConstructorInstance");
-    if (!VLC_NEED(libvlc_media_player_new)) return;
+    EndPlayer(self);
     MediaPlayerData& d = PlayerOf(self);
+    if (!VLC_NEED(libvlc_media_player_new)) return;
     MakeFrameMutex(d);
     int64_t instance = HandleOf(vlc, VLCInstanceQRVClass);
     if (instance == 0) {
@@ -236,8 +265,9 @@ static void VLCMediaPlayerConstructorInstance(REALobject self, REALobject vlc) {
 static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
     NoteLibvlcHolder(self);
     TRACE("VLCMediaPlayerConstructorMedia");
-    if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
+    EndPlayer(self);
     MediaPlayerData& d = PlayerOf(self);
+    if (!VLC_NEED(libvlc_media_player_new_from_media)) return;
     MakeFrameMutex(d);
     int64_t handle = HandleOf(media, VLCMediaQRVClass);
     if (handle == 0) {
@@ -246,30 +276,19 @@ static void VLCMediaPlayerConstructorMedia(REALobject self, REALobject media) {
     }
     d.handle = reinterpret_cast<int64_t>(
         vlcfn::_libvlc_media_player_new_from_media(reinterpret_cast<libvlc_media_t*>(handle)));
-    if (d.media != nullptr) REALUnlockObject(d.media);
     d.media = media;
     REALLockObject(media);
 }
 
-// Detaches every output before the release, so no callback runs afterwards.
 static void VLCMediaPlayerDestructor(REALobject self) {
-    EndEventsFrom(self);  // before libvlc frees the event manager
-    MediaPlayerData& d = PlayerOf(self);
-    if (d.handle != 0 && vlcfn::_libvlc_media_player_release != nullptr) {
-        libvlc_media_player_t* player = Player(self);
-        if (vlcfn::_libvlc_media_player_set_nsobject) vlcfn::_libvlc_media_player_set_nsobject(player, nullptr);
-        if (vlcfn::_libvlc_media_player_set_xwindow) vlcfn::_libvlc_media_player_set_xwindow(player, 0);
-        if (vlcfn::_libvlc_media_player_set_hwnd) vlcfn::_libvlc_media_player_set_hwnd(player, nullptr);
-        if (vlcfn::_libvlc_video_set_callbacks)
-            vlcfn::_libvlc_video_set_callbacks(player, nullptr, nullptr, nullptr, nullptr);
-        vlcfn::_libvlc_media_player_release(player);
-    }
-    d.handle = 0;
-    FreeImages(d);
-    ReleaseField(d.vlc);
-    ReleaseField(d.tag);
-    ReleaseField(d.media);
+    EndPlayer(self);
     ForgetLibvlcHolder(self);
+}
+
+// The frame state stays: the next VideoSetCallback installs it on the new player.
+static void SetHandle(REALobject self, RBInteger, RBInteger value) {
+    WriteHandle(PlayerOf(self).handle, value, vlcfn::_libvlc_media_player_retain, "_libvlc_media_player_retain",
+                [self] { LetGoOfPlayer(self); });
 }
 
 // ---- methods -----------------------------------------------------------------
@@ -494,7 +513,7 @@ REALproperty kProperties[] = {
     QRV_PROPERTY("Media", "VLCMediaQRV", GetMedia, SetMedia),
     QRV_READONLY_PROPERTY("IsPlaying", "boolean", IsPlaying),
     QRV_PROPERTY("AudioChannel", "integer", GetChannel, SetChannel),
-    QRV_FIELD_PROPERTY("Handle", "Integer", MediaPlayerData, handle),
+    QRV_PROPERTY("Handle", "Integer", ReadHandle<VLCMediaPlayerQRVClass>, SetHandle),
     QRV_PROPERTY("HasNewFrame", "Boolean", GetHasNewFrame, SetHasNewFrame),
     QRV_READONLY_FIELD_PROPERTY("VLC", "VLCInstanceQRV", MediaPlayerData, vlc),
     QRV_READONLY_FIELD_PROPERTY("Tag", "Variant", MediaPlayerData, tag),

@@ -47,3 +47,27 @@ void ReleaseHandleAndInstance(int64_t& handle, void (*release)(Object*), REALobj
     handle = 0;
     ReleaseField(vlc);
 }
+
+// A program writing a wrapper's Handle: the object written gains a libvlc
+// reference and the one replaced gives its own back through letGo (called
+// while the old handle is still in place), so no libvlc object is released
+// more often than it was retained. Without a retain function only 0 can be
+// written; anything else raises the missing-function exception for it.
+// Answers whether the handle changed.
+template <typename Object, typename LetGo>
+bool WriteHandle(int64_t& handle, int64_t value, void (*retain)(Object*), const char* retainName, LetGo letGo) {
+    if (value == handle) return false;
+    if (value != 0) {
+        if (!FunctionLoaded(reinterpret_cast<const void*>(retain), retainName)) return false;
+        retain(reinterpret_cast<Object*>(value));
+    }
+    if (handle != 0) letGo();
+    handle = value;
+    return true;
+}
+
+// The usual letGo: release the handle's libvlc object when libvlc can.
+template <typename Object>
+void ReleaseHandle(int64_t handle, void (*release)(Object*)) {
+    if (handle != 0 && release != nullptr) release(reinterpret_cast<Object*>(handle));
+}

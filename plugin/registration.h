@@ -63,6 +63,12 @@ inline int64_t HandleOf(REALobject object, const REALclassDefinition& cls) {
     return object != nullptr ? DataOf<int64_t>(object, cls) : 0;
 }
 
+// The getter of a Handle property whose writes go through the class's setter.
+template <const REALclassDefinition& cls>
+RBInteger ReadHandle(REALobject self, RBInteger) {
+    return HandleOf(self, cls);
+}
+
 // ---- table helpers -----------------------------------------------------------
 
 template <typename F>

@@ -143,6 +143,10 @@ std::vector<ClassSweep> MediaObjectSweeps() {
         all.push_back(Record(record, true));
     all.push_back(Record("VLCMediaTrackQRV", true, {"Sar", "FrameRate"}));
     all.push_back(Record("VLCMediaStatsQRV", false, {"InputBitrate", "DemuxBitrate", "SendBitrate"}));
+    // Handle writes keep libvlc's references; 0 written over 0 does nothing.
+    for (const char* owner : {"VLCInstanceQRV", "VLCMediaQRV", "VLCMediaListQRV", "VLCMediaLibraryQRV",
+                              "VLCMediaDiscovererQRV", "VLCEqualizerQRV", "VLCMediaPlayerQRV", "VLCMediaListPlayerQRV"})
+        all.push_back(Record(owner, false, {"Handle"}));
     return all;
 }
 

@@ -153,27 +153,6 @@ INSTANTIATE_TEST_SUITE_P(EveryClass, HostileSweep, ::testing::ValuesIn(qrvtest::
 
 // ---- the orders pass: one test (and process) per class; each call named on stderr before it is made.
 
-// Orders that still take the host down, fixed on other branches; emptied as they merge. "" matches any.
-struct Waiting {
-    const char *className, *member, *state, *item;
-};
-const std::vector<Waiting> kFixedOnOtherBranches = {
-    {"", "set Handle", "", "issue 21 2.7, a Handle write releases one libvlc object twice"},
-    {"VLCMediaListPlayerQRV", "SetMedia", "", "issue 21 2.6, the list player keeps every list and player it is given"},
-    {"VLCMediaListPlayerQRV", "set ", "", "issue 21 2.6"},
-    {"VLCMediaPlayerQRV", "Constructor", "", "issue 21 2.2, a constructor run again on a live object"},
-    {"VLCEventManagerQRV", "Constructor", "", "issue 21 2.2"},
-    {"VLCEventManagerQRV", "", "after Destructor on its sources", "issue 21 2.4, a manager outliving its source"},
-};
-
-const char* WaitsFor(const std::string& className, const std::string& key, const char* state) {
-    for (const Waiting& w : kFixedOnOtherBranches)
-        if ((!*w.className || className == w.className) && key.find(w.member) != std::string::npos &&
-            (!*w.state || strcmp(state, w.state) == 0))
-            return w.item;
-    return nullptr;
-}
-
 void OrdersOf(const std::string& className) {
     Host host;
     const emu::ClassInfo* cls = host.FindClass(className);
@@ -187,15 +166,10 @@ void OrdersOf(const std::string& className) {
         for (const sweep::Member& member : sweep::MembersOf(*cls->record, true)) {
             if (!sweep::ChangesState(member)) continue;
             std::string name = className + " " + member.key + " [" + stateName + "]";
-            if (const char* item = WaitsFor(className, member.key, stateName)) {
-                fprintf(stderr, "not calling %s: %s\n", name.c_str(), item);
-                continue;
-            }
             SCOPED_TRACE(name);
             {
                 eventstest::Watchdog watchdog(std::chrono::seconds(60));
-                sweep::Scene scene(host, className, state, qrvtest::SamplePath("sample.mp4"),
-                                   WaitsFor("VLCMediaListPlayerQRV", "SetMediaList", stateName) != nullptr);
+                sweep::Scene scene(host, className, state, qrvtest::SamplePath("sample.mp4"));
                 fprintf(stderr, "calling %s\n", name.c_str());
                 sweep::Call(host, member, &scene.self,
                             [&](const std::string& type, const std::string& n) { return scene.Argument(type, n); });

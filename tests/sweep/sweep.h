@@ -243,8 +243,7 @@ struct Scene {
     }
     emu::Value Make(const std::string& c) { return Add(c, WorkingObject(host, objects[0].second, c, mediaPath)); }
 
-    // keptLists: the list player's list is kept by design (the audit counts it as referenced).
-    Scene(emu::Host& h, const std::string& c, State state, const std::string& media, bool keptLists)
+    Scene(emu::Host& h, const std::string& c, State state, const std::string& media)
         : host(h), className(c), mediaPath(media) {
         using emu::Value;
         std::string roles = RolesOf(c);
@@ -265,7 +264,6 @@ struct Scene {
         if (roles.find('R') != std::string::npos) {
             listPlayer = Make("VLCMediaListPlayerQRV");
             host.Call(listPlayer, "SetMediaList", {Find("vlcmedialistqrv")});
-            if (keptLists) host.KeptByDesign(Find("vlcmedialistqrv"));
         }
         self = Find(Lower(c));
         if (self.IsNil()) self = Make(c);
