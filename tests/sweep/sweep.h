@@ -290,7 +290,10 @@ struct Scene {
             return host.FolderItem(name == "path" ? "/usr/lib/x86_64-linux-gnu/libvlc.so.5"
                                                   : "/tmp/qrv-orders-" + std::to_string(getpid()));
         if (type == "uint32") return emu::Value::UInt(name == "width" ? 64 : name == "height" ? 48 : 256);
-        if (name == "Handle") return host.Get(Make(className), "Handle");
+        if (name == "Handle") {  // another working object's, on an instance of its own (the scene's may be gone)
+            emu::Value vlc = Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host));
+            return host.Get(Add(className, WorkingObject(host, vlc, className, mediaPath)), "Handle");
+        }
         if (type == "integer") return emu::Value::Int(name == "width" ? 64 : name == "height" ? 48 : 0);
         emu::Value found = Find(type);
         for (const char* c : qrvtest::kClassNames)
