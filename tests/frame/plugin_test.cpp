@@ -74,7 +74,7 @@ std::vector<std::string> MacExports(const fs::path& dylib) {
     for (std::string arch : {"x86_64", "arm64"})
         for (const std::string& symbol :
              Lines("llvm-nm-14 -g --defined-only -j --arch=" + arch + " '" + dylib.string() + "' 2>&1"))
-            exported.push_back(arch.append(": ").append(symbol));
+            exported.push_back(arch + ": " + symbol);
     return exported;
 }
 const std::vector<std::string> kMacExports{"x86_64: _REALPluginMain", "arm64: _REALPluginMain"};
