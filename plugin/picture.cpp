@@ -1,7 +1,6 @@
 #include "plugin/picture.h"
 
-#include <gd.h>
-
+#include "plugin/gd_image_layout.h"
 #include "plugin/host_entries.h"
 #include "plugin/trace.h"
 
@@ -39,7 +38,7 @@ bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture target) {
               "REALLockPictureDescription with pictureGDImagePtr failed."))
         return false;
     rbUnlockPictureDescriptionLater unlock(target);
-    auto image = static_cast<gdImagePtr>(description.pictureData);
+    auto image = static_cast<gd_layout::Image*>(description.pictureData);
     TRACEF("%p", "gdImagePtr handle", static_cast<void*>(image));
     if (description.pictureType != kPictureGDImagePtr || image == nullptr) return false;
     if (DebuggingEnabled == 1) {

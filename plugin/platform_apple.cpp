@@ -2,6 +2,7 @@
 // decomposed paths through Core Foundation. Mirrors platform_linux.cpp.
 #include <CoreFoundation/CoreFoundation.h>
 #include <dispatch/dispatch.h>
+#include <sys/types.h>  // off_t, which the Core Graphics declarations take
 
 #include <cstdlib>
 #include <cstring>

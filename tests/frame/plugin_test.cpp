@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -65,16 +66,34 @@ struct Scratch {
 };
 
 const char kBinaryInFolder[] = "QRVVLC/Build Resources/Linux x86-64/QRVVLC.so";
+const char kMacBinaryInFolder[] = "QRVVLC/Build Resources/Mac Universal/QRVVLC.dylib";
+
+// Each slice's exports of the universal macOS plug-in, as "arch: symbol".
+std::vector<std::string> MacExports(const fs::path& dylib) {
+    std::vector<std::string> exported;
+    for (std::string arch : {"x86_64", "arm64"})
+        for (const std::string& symbol :
+             Lines("llvm-nm-14 -g --defined-only -j --arch=" + arch + " '" + dylib.string() + "' 2>&1"))
+            exported.push_back(arch + ": " + symbol);
+    return exported;
+}
+const std::vector<std::string> kMacExports{"x86_64: _REALPluginMain", "arm64: _REALPluginMain"};
 
 TEST(PluginFolder, ZipHoldsTheFolderLayoutAndTheOneExport) {
     std::vector<std::string> entries = Lines(std::string("'") + QRV_CMAKE + "' -E tar tf '" + QRV_PLUGIN_ZIP + "'");
     for (std::string& entry : entries)
         if (!entry.empty() && entry.back() == '/') entry.pop_back();
-    EXPECT_EQ(entries, (std::vector<std::string>{"QRVVLC", "QRVVLC/Build Resources",
-                                                 "QRVVLC/Build Resources/Linux x86-64", kBinaryInFolder}));
+    std::sort(entries.begin(), entries.end());
+    std::vector<std::string> expected{"QRVVLC", "QRVVLC/Build Resources", "QRVVLC/Build Resources/Linux x86-64",
+                                      kBinaryInFolder};
+    if (QRV_WITH_MACOS) expected.insert(expected.end(), {"QRVVLC/Build Resources/Mac Universal", kMacBinaryInFolder});
+    EXPECT_EQ(entries, expected);
     Scratch scratch;
     Lines(std::string("cd '") + scratch.name + "' && '" + QRV_CMAKE + "' -E tar xf '" + QRV_PLUGIN_ZIP + "'");
     EXPECT_EQ(Exports(scratch / kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
+    if (QRV_WITH_MACOS) {
+        EXPECT_EQ(MacExports(scratch / kMacBinaryInFolder), kMacExports);
+    }
 }
 
 TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
@@ -83,6 +102,9 @@ TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
     fs::path installed = prefix / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder;
     EXPECT_TRUE(fs::exists(installed)) << installed;
     EXPECT_EQ(Exports(installed), std::vector<std::string>{"REALPluginMain"});
+    if (QRV_WITH_MACOS) {
+        EXPECT_EQ(MacExports(prefix / QRV_PLUGIN_FOLDER_NAME / kMacBinaryInFolder), kMacExports);
+    }
 }
 
 TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {

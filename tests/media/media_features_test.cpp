@@ -73,7 +73,7 @@ TEST_F(MediaFeatures, SubtitleSlavesReachThePlayerAndTheSlaveListAndRolesRoundTr
     ASSERT_NE(mkdtemp(folder), nullptr);
     std::string uri[2];
     for (int i : {0, 1}) {
-        std::string path = folder + ("/" + std::to_string(i)) + ".srt";
+        std::string path = std::string(folder).append("/").append(std::to_string(i)).append(".srt");
         std::ofstream(path) << "1\n00:00:00,000 --> 00:00:03,000\nText\n\n";
         uri[i] = "file://" + path;
     }

@@ -3,6 +3,7 @@
 #include <cairo.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 #include <tuple>
@@ -34,9 +35,11 @@ std::string FirstWrong(int width, int height, const Image& got, const Image& wan
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
             for (int shift = 0; shift < 32; shift += 8)
-                if (std::abs(int(got(x, y) >> shift & 0xFF) - int(want(x, y) >> shift & 0xFF)) > tolerance)
-                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ") has " + std::to_string(got(x, y)) +
-                           ", not " + std::to_string(want(x, y));
+                if (std::abs(int(got(x, y) >> shift & 0xFF) - int(want(x, y) >> shift & 0xFF)) > tolerance) {
+                    char where[80];
+                    snprintf(where, sizeof where, "(%d, %d) has %u, not %u", x, y, got(x, y), want(x, y));
+                    return where;
+                }
     return "";
 }
 

@@ -2,6 +2,7 @@
 // pictures at its own size and another, else nil, and never a file left behind.
 #include <stdlib.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -30,8 +31,11 @@ std::string FirstWrong(Host& host, const Value& picture, int width, int height, 
             if (std::abs(2 * x - width) < 2 * marginX || std::abs(2 * y - height) < 2 * marginY) continue;
             uint32_t got = host.PixelARGB(picture, x, y), want = Quadrant(x, y, width, height);
             for (int shift = 0; shift < 32; shift += 8)
-                if (std::abs(int(got >> shift & 0xFF) - int(want >> shift & 0xFF)) > tolerance)
-                    return "(" + std::to_string(x) + ", " + std::to_string(y) + ") is " + std::to_string(got);
+                if (std::abs(int(got >> shift & 0xFF) - int(want >> shift & 0xFF)) > tolerance) {
+                    char where[64];
+                    snprintf(where, sizeof where, "(%d, %d) is %u", x, y, got);
+                    return where;
+                }
         }
     return "";
 }
