@@ -129,7 +129,7 @@ TEST(MacHost, RealFramesReachTheContextTheImageAndThePicture) {
 }
 
 // The fake's pattern byte for byte: drawn, copied on demand without a context, and nil
-// where no plug-in registers CGImageQRV.
+// where no plug-in registers CGImageQRV; a snapshot file that holds no PNG gives nil.
 TEST(MacHost, PatternFramesExactlyAndNoImageWithoutTheClass) {
     FakeVLC fake;
     for (bool imageClass : {true, false}) {
@@ -146,6 +146,13 @@ TEST(MacHost, PatternFramesExactlyAndNoImageWithoutTheClass) {
         fake.renderFrame(6);
         Value image = host.Call(player, "CopyCGImage");
         ASSERT_EQ(image.IsNil(), !imageClass);
+        for (auto [width, height] : {std::pair{1, 2}, {2, 1}}) {
+            host.Call(player, "VideoSetCallback", {Value::Int(width), Value::Int(height)});
+            fake.renderFrame(7);
+            EXPECT_EQ(host.Call(player, "CopyCGImage").IsNil(), !imageClass) << width << " x " << height;
+        }
+        fake.setInt("libvlc_video_take_snapshot", 0);
+        EXPECT_TRUE(host.Call(player, "SnapshotPicture", {Value::Int(8), Value::Int(8)}).IsNil()) << "no PNG written";
         uint64_t tag;
         for (int y = 0; y < 10; ++y)
             for (int x = 0; x < 24; ++x) {
