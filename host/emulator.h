@@ -34,8 +34,10 @@ struct HostOptions {
     bool stringDataUnterminated = false;   // "PluginGetStringData" answers text without a trailing zero
     PictureKind pictures = PictureKind::Gd;
     bool imageClass = false;  // registers CGImageQRV, the image class another plug-in brings on a Mac
-    bool callMain = true;     // call REALPluginMain on construction
-    std::string pluginPath;   // default: the built QRVVLC.so
+    // CGContext pictures' bitmap info; the Mac host's own: premultiplied alpha first, little-endian words.
+    uint32_t pictureBitmapInfo = 0x2002;
+    bool callMain = true;    // call REALPluginMain on construction
+    std::string pluginPath;  // default: the built QRVVLC.so
 };
 
 struct RaisedException {

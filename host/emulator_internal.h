@@ -158,8 +158,9 @@ uint8_t* NewBlockBytes(int64_t size);
 inline constexpr size_t kImageField = 48, kImageTagField = 64, kImageObjectSize = 72;
 inline constexpr uint64_t kImageTag = 0x52424346;
 void NewMacPicture(ObjectInfo* info);  // a Core Graphics bitmap context of the Mac host's pixel format
-// The picture's first row and its row bytes; its pixels are 0xAARRGGBB words.
-uint8_t* MacPictureRows(const ObjectInfo* info, int64_t* rowBytes);
+// One pixel as 0xAARRGGBB, read and written in the picture's own bitmap format.
+uint32_t MacPixelARGB(const ObjectInfo* info, int x, int y);
+void SetMacPixelARGB(const ObjectInfo* info, int x, int y, uint32_t argb);
 void ReleaseMacPicture(ObjectInfo* info);
 void ReleaseImageField(ObjectInfo* info);  // what a CGImageQRV object holds
 

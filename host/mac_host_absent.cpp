@@ -7,10 +7,8 @@ namespace emu {
 PictureKind NativePictureKind() { return PictureKind::Cairo; }
 
 void NewMacPicture(ObjectInfo*) { Fault("Core Graphics pictures need the build on the Apple stand-ins"); }
-uint8_t* MacPictureRows(const ObjectInfo*, int64_t* rowBytes) {
-    *rowBytes = 0;
-    return nullptr;
-}
+uint32_t MacPixelARGB(const ObjectInfo*, int, int) { return 0; }
+void SetMacPixelARGB(const ObjectInfo*, int, int, uint32_t) {}
 void ReleaseMacPicture(ObjectInfo*) {}
 void ReleaseImageField(ObjectInfo*) {}
 

@@ -115,9 +115,8 @@ REALobject BuildPictureFromBuffer(uint32_t width, uint32_t height, uint32_t pixe
             if (info->gd) {
                 gdImageSetPixel(info->gd, static_cast<int>(x), static_cast<int>(y), gdTrueColor(r, g, b));
             } else if (info->cgContext) {
-                int64_t stride;
-                auto* data = reinterpret_cast<uint32_t*>(MacPictureRows(info, &stride) + y * stride);
-                data[x] = 0xFF000000u | (uint32_t{r} << 16) | (uint32_t{g} << 8) | b;
+                SetMacPixelARGB(info, static_cast<int>(x), static_cast<int>(y),
+                                0xFF000000u | (uint32_t{r} << 16) | (uint32_t{g} << 8) | b);
             } else {
                 auto* data = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(info->surface) +
                                                          y * cairo_image_surface_get_stride(info->surface));
@@ -146,10 +145,7 @@ uint32_t Host::PixelARGB(const Value& picture, int x, int y) const {
         return (alpha << 24) | (static_cast<uint32_t>(gdTrueColorGetRed(c)) << 16) |
                (static_cast<uint32_t>(gdTrueColorGetGreen(c)) << 8) | static_cast<uint32_t>(gdTrueColorGetBlue(c));
     }
-    if (info->cgContext) {
-        int64_t rowBytes;
-        return reinterpret_cast<const uint32_t*>(MacPictureRows(info, &rowBytes) + y * rowBytes)[x];
-    }
+    if (info->cgContext) return MacPixelARGB(info, x, y);
     cairo_surface_flush(info->surface);
     const unsigned char* data = cairo_image_surface_get_data(info->surface);
     int stride = cairo_image_surface_get_stride(info->surface);

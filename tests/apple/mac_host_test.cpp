@@ -168,6 +168,32 @@ TEST(MacHost, PatternFramesExactlyAndNoImageWithoutTheClass) {
     }
 }
 
+// Pictures of the other little-endian formats a bitmap context may have: alpha last or
+// skipped, written in the layout the context's info gives and named in the trace.
+TEST(MacHost, PicturesOfOtherBitmapFormats) {
+    FakeVLC fake;
+    for (auto [info, name] : {std::pair<uint32_t, std::string>{0x2001, "kCGImageAlphaPremultipliedLast"},
+                              {0x2005, "kCGImageAlphaNoneSkipLast"},
+                              {0x2006, "kCGImageAlphaNoneSkipFirst"}}) {
+        Host host({.pictures = PictureKind::CGContext, .pictureBitmapInfo = info});
+        fake.reset();
+        ASSERT_TRUE(fake.LoadInto(host));
+        Value player = host.New("VLCMediaPlayerQRV", {host.New("VLCInstanceQRV", {host.StringArray({})})});
+        host.Call(player, "VideoSetCallback", {Value::Int(6), Value::Int(4)});
+        fake.renderFrame(3);
+        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
+        StderrCapture capture;
+        Value picture = host.Call(player, "CopyPicture");
+        EXPECT_NE(capture.Finish().find("] QRV Debug: " + name + "\n"), std::string::npos) << name;
+        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 6; ++x) {
+                auto byte = [&](int c) { return uint32_t{fakevlc_pattern(x, y, 3, c)}; };
+                ASSERT_EQ(host.PixelARGB(picture, x, y), 0xFF000000u | byte(0) << 16 | byte(1) << 8 | byte(2)) << name;
+            }
+    }
+}
+
 // The stand-ins refuse what Core Graphics refuses and abort on what would crash a Mac.
 TEST(AppleStandins, RefuseInconsistentImagesAndAbortOnMisuse) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
