@@ -26,7 +26,11 @@ void ReleaseObjectStorage(ObjectInfo* info) {
             if (info->gd) gdImageDestroy(info->gd);
             if (info->cairo) cairo_destroy(info->cairo);
             if (info->surface) cairo_surface_destroy(info->surface);
-            info->gd = nullptr, info->cairo = nullptr, info->surface = nullptr;
+            if (info->cgContext) ReleaseMacPicture(info);
+            info->gd = nullptr, info->cairo = nullptr, info->surface = nullptr, info->cgContext = nullptr;
+            break;
+        case ObjectKind::Image:
+            ReleaseImageField(info);
             break;
         case ObjectKind::Array: {
             auto* header = static_cast<HostArrayHeader*>(info->address);

@@ -94,6 +94,11 @@ Host::Host(HostOptions options) : options_(std::move(options)), impl_(std::make_
     AddBuiltin(state, "MemoryBlock", "");
     AddBuiltin(state, "FolderItem", "");
     AddBuiltin(state, "Picture", "");
+    if (options_.imageClass) {
+        ClassInfo* image = AddBuiltin(state, "CGImageQRV", "");
+        image->fieldsBegin = kImageField;
+        image->fieldsEnd = kImageObjectSize;
+    }
     try {
         impl_->library = LoadPrivateCopy(options_.pluginPath);
     } catch (...) {

@@ -17,7 +17,12 @@
 
 namespace emu {
 
-enum class PictureKind { Gd, Cairo };
+// Gd and cairo pictures are the Linux host's; CGContext pictures (Core Graphics
+// bitmap contexts) the Mac host's, made only where the Apple stand-ins are built in.
+enum class PictureKind { Gd, Cairo, CGContext };
+// The platform pictures of the plug-in flavour under test: Cairo, or CGContext
+// for the build on the Apple stand-ins.
+PictureKind NativePictureKind();
 
 struct HostOptions {
     double version = 2021.0;               // what "REALGetRBVersion" answers
@@ -28,6 +33,9 @@ struct HostOptions {
     bool picturesShort = false;            // "newPicture" makes pictures with half the rows asked
     bool stringDataUnterminated = false;   // "PluginGetStringData" answers text without a trailing zero
     PictureKind pictures = PictureKind::Gd;
+    bool imageClass = false;  // registers CGImageQRV, the image class another plug-in brings on a Mac
+    // CGContext pictures' bitmap info; the Mac host's own: premultiplied alpha first, little-endian words.
+    uint32_t pictureBitmapInfo = 0x2002;
     bool callMain = true;    // call REALPluginMain on construction
     std::string pluginPath;  // default: the built QRVVLC.so
 };
@@ -115,7 +123,8 @@ struct ClassInfo {
     ClassInfo* super = nullptr;
     std::map<std::string, void*> handlers;  // test subclasses: event name -> handler
     bool builtin = false;
-    int64_t dataOffset = 0;  // where this class's data block starts in an object (plug-in classes)
+    int64_t dataOffset = 0;                 // where this class's data block starts in an object (plug-in classes)
+    size_t fieldsBegin = 0, fieldsEnd = 0;  // built-in classes with fields of their own: where they lie
 };
 
 // What the plug-in holds through the host at one moment.

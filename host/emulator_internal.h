@@ -29,7 +29,7 @@ struct HostString {
     std::string bytes;
 };
 
-enum class ObjectKind { Plain, Exception, MemoryBlock, FolderItem, Picture, Array };
+enum class ObjectKind { Plain, Exception, MemoryBlock, FolderItem, Picture, Array, Image };
 
 struct ObjectInfo {
     int64_t refs = 1;
@@ -49,6 +49,7 @@ struct ObjectInfo {
     gdImagePtr gd = nullptr;
     cairo_surface_t* surface = nullptr;
     cairo_t* cairo = nullptr;
+    void* cgContext = nullptr;  // CGContextRef of a Mac host picture
     int width = 0, height = 0;
     int descriptionLocks = 0;
     // arrays (the address is a HostArrayHeader)
@@ -151,6 +152,17 @@ void* ObjectArrayInsertProc(REALobject array);
 void* IntegerArrayGetProc(REALobject array);
 void* IntegerArraySetProc(REALobject array);
 uint8_t* NewBlockBytes(int64_t size);
+
+// ---- the Mac host's side (mac_host.cpp on the Apple stand-ins, else mac_host_absent.cpp)
+// The CGImageQRV class: its image at byte 48, its type tag at 64.
+inline constexpr size_t kImageField = 48, kImageTagField = 64, kImageObjectSize = 72;
+inline constexpr uint64_t kImageTag = 0x52424346;
+void NewMacPicture(ObjectInfo* info);  // a Core Graphics bitmap context of the Mac host's pixel format
+// One pixel as 0xAARRGGBB, read and written in the picture's own bitmap format.
+uint32_t MacPixelARGB(const ObjectInfo* info, int x, int y);
+void SetMacPixelARGB(const ObjectInfo* info, int x, int y, uint32_t argb);
+void ReleaseMacPicture(ObjectInfo* info);
+void ReleaseImageField(ObjectInfo* info);  // what a CGImageQRV object holds
 
 // ---- pictures (pictures.cpp)
 REALobject NewPictureObject(int width, int height);

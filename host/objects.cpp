@@ -55,18 +55,22 @@ void Bury(ObjectInfo* info) {
 }
 
 bool InDataBlock(const ClassInfo* cls, size_t offset) {
-    for (const ClassInfo* c = cls; c != nullptr; c = c->super)
+    for (const ClassInfo* c = cls; c != nullptr; c = c->super) {
         if (c->record != nullptr && offset >= static_cast<size_t>(c->dataOffset) &&
             offset < static_cast<size_t>(c->dataOffset) + c->record->dataSize)
             return true;
+        if (offset >= c->fieldsBegin && offset < c->fieldsEnd) return true;
+    }
     return false;
 }
 
 // Exactly the header and the data blocks of the class chain: no spare bytes.
 size_t ObjectSize(const ClassInfo* cls) {
     size_t end = kHeaderSize;
-    for (const ClassInfo* c = cls; c != nullptr; c = c->super)
+    for (const ClassInfo* c = cls; c != nullptr; c = c->super) {
         if (c->record != nullptr) end = std::max(end, static_cast<size_t>(c->dataOffset) + c->record->dataSize);
+        end = std::max(end, c->fieldsEnd);
+    }
     return end;
 }
 
@@ -176,6 +180,7 @@ REALobject NewObject(ClassInfo* cls) {
     if (IsA(cls, "MemoryBlock")) info->kind = ObjectKind::MemoryBlock;
     if (IsA(cls, "FolderItem")) info->kind = ObjectKind::FolderItem;
     if (IsA(cls, "Picture")) info->kind = ObjectKind::Picture;
+    if (IsA(cls, "CGImageQRV")) info->kind = ObjectKind::Image;
     info->size = ObjectSize(cls);
     info->address = calloc(1, info->size);
     FillGuards(info);

@@ -1,5 +1,5 @@
-// Pictures: real gd images or cairo image surfaces, with their description
-// locks counted.
+// Pictures: real gd images, cairo image surfaces or (Mac host) Core Graphics
+// bitmap contexts, with their description locks counted.
 #include <cstdio>
 
 #include "host/emulator_internal.h"
@@ -21,9 +21,12 @@ REALobject NewPictureObject(int width, int height) {
     ObjectInfo* info = State().Info(picture);
     info->width = width;
     info->height = height;
-    if (Host::Current()->options().pictures == PictureKind::Gd) {
+    PictureKind kind = Host::Current()->options().pictures;
+    if (kind == PictureKind::Gd) {
         info->gd = gdImageCreateTrueColor(width, height);
         if (info->gd) gdImageSaveAlpha(info->gd, 1);
+    } else if (kind == PictureKind::CGContext) {
+        NewMacPicture(info);
     } else {
         info->surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
         info->cairo = cairo_create(info->surface);
@@ -39,6 +42,8 @@ RBBoolean LockPictureDescription(REALobject picture, REALpictureDescription* out
     } else if (type == kPictureCairoContext && info->cairo) {
         cairo_surface_flush(info->surface);
         out->pictureData = info->cairo;
+    } else if (type == kPictureCGBitmapContext && info->cgContext) {
+        out->pictureData = info->cgContext;
     } else {
         return 0;
     }
@@ -78,7 +83,7 @@ REALobject NewPictureEntry(RBInteger width, RBInteger height, RBInteger depth) {
 RBInteger PictureGetType(REALobject picture) {
     ObjectInfo* info = CheckedPicture(picture, "PluginPictureGetType");
     if (info == nullptr) return 0;
-    return info->gd ? kPictureGDImagePtr : kPictureCairoContext;
+    return info->gd ? kPictureGDImagePtr : info->cgContext ? kPictureCGBitmapContext : kPictureCairoContext;
 }
 
 // Pixel types of "REALBuildPictureFromBuffer"; anything else is read as BGRX.
@@ -109,6 +114,9 @@ REALobject BuildPictureFromBuffer(uint32_t width, uint32_t height, uint32_t pixe
             }
             if (info->gd) {
                 gdImageSetPixel(info->gd, static_cast<int>(x), static_cast<int>(y), gdTrueColor(r, g, b));
+            } else if (info->cgContext) {
+                SetMacPixelARGB(info, static_cast<int>(x), static_cast<int>(y),
+                                0xFF000000u | (uint32_t{r} << 16) | (uint32_t{g} << 8) | b);
             } else {
                 auto* data = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(info->surface) +
                                                          y * cairo_image_surface_get_stride(info->surface));
@@ -124,6 +132,7 @@ Value Host::Picture(int width, int height) { return Value::AdoptObject(NewPictur
 
 PictureKind Host::PictureKindOf(const Value& picture) const {
     ObjectInfo* info = CheckedPicture(picture.AsObject(), "the host program");
+    if (info && info->cgContext) return PictureKind::CGContext;
     return info && info->gd ? PictureKind::Gd : PictureKind::Cairo;
 }
 
@@ -136,6 +145,7 @@ uint32_t Host::PixelARGB(const Value& picture, int x, int y) const {
         return (alpha << 24) | (static_cast<uint32_t>(gdTrueColorGetRed(c)) << 16) |
                (static_cast<uint32_t>(gdTrueColorGetGreen(c)) << 8) | static_cast<uint32_t>(gdTrueColorGetBlue(c));
     }
+    if (info->cgContext) return MacPixelARGB(info, x, y);
     cairo_surface_flush(info->surface);
     const unsigned char* data = cairo_image_surface_get_data(info->surface);
     int stride = cairo_image_surface_get_stride(info->surface);
@@ -151,6 +161,7 @@ bool Host::SavePNG(const Value& picture, const std::string& path) const {
         gdImagePng(info->gd, out);
         return fclose(out) == 0;
     }
+    if (info->cgContext) return false;
     return cairo_surface_write_to_png(info->surface, path.c_str()) == CAIRO_STATUS_SUCCESS;
 }
 

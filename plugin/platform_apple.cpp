@@ -121,8 +121,21 @@ void PlatformDrawFrameImage(void* context, void* image, int64_t width, int64_t h
     CGContextFlush(c);
 }
 
+// CGImageCreateCopy may share the pixels of the image, here the frame buffer
+// behind the direct provider, which the player overwrites and frees: the copy
+// kept by a CGImageQRV object is drawn into memory of its own.
 void* PlatformCopyFrameImage(void* image) {
-    return image != nullptr ? CGImageCreateCopy(static_cast<CGImageRef>(image)) : nullptr;
+    if (image == nullptr) return nullptr;
+    auto source = static_cast<CGImageRef>(image);
+    size_t width = CGImageGetWidth(source), height = CGImageGetHeight(source);
+    CGColorSpaceRef space = CGColorSpaceCreateDeviceRGB();
+    CGContextRef context = CGBitmapContextCreate(nullptr, width, height, 8, 0, space, kFrameBitmapInfo);
+    CGColorSpaceRelease(space);
+    if (context == nullptr) return nullptr;
+    CGContextDrawImage(context, CGRectMake(0, 0, static_cast<CGFloat>(width), static_cast<CGFloat>(height)), source);
+    CGImageRef copy = CGBitmapContextCreateImage(context);
+    CGContextRelease(context);
+    return copy;
 }
 
 void* PlatformRetainCopiedImage(void* image) { return CGImageRetain(static_cast<CGImageRef>(image)); }

@@ -1,5 +1,6 @@
 // Declarations of the Core Foundation functions the Apple platform file calls,
-// with their public signatures, for the syntax check on Linux.
+// with their public signatures: for the syntax check on Linux and for the
+// stand-ins under tests/apple-standins.
 #pragma once
 #include <stdint.h>
 

@@ -1,9 +1,11 @@
 // Declarations of the Core Graphics functions the Apple platform file calls,
-// with their public signatures, for the syntax check on Linux.
+// with their public signatures: for the syntax check on Linux and for the
+// stand-ins under tests/apple-standins.
 #pragma once
 #include <CoreFoundation/CoreFoundation.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 extern "C" {
 typedef double CGFloat;
@@ -55,6 +57,8 @@ CGImageRef CGImageCreate(size_t width, size_t height, size_t bitsPerComponent, s
                          CGColorSpaceRef space, CGBitmapInfo bitmapInfo, CGDataProviderRef provider,
                          const CGFloat* decode, bool shouldInterpolate, CGColorRenderingIntent intent);
 CGImageRef CGImageCreateCopy(CGImageRef image);
+size_t CGImageGetWidth(CGImageRef image);
+size_t CGImageGetHeight(CGImageRef image);
 CGImageRef CGImageRetain(CGImageRef image);
 void CGImageRelease(CGImageRef image);
 void* CGBitmapContextGetData(CGContextRef context);
@@ -70,6 +74,7 @@ CGImageRef CGImageCreateWithPNGDataProvider(CGDataProviderRef source, const CGFl
                                             CGColorRenderingIntent intent);
 CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent, size_t bytesPerRow,
                                    CGColorSpaceRef space, uint32_t bitmapInfo);
+CGImageRef CGBitmapContextCreateImage(CGContextRef context);
 }
 
 inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
