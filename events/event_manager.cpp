@@ -165,10 +165,11 @@ static void VLCEventManagerDestructor(REALobject self) {
 // what is attached there is detached first, and the manager stops listening.
 // Deliveries already queued still reach the manager, which lives on.
 void EndEventsFrom(REALobject source) {
-    for (auto& [manager, listening] : ListeningManagers()) {
+    for (auto& entry : ListeningManagers()) {
+        Listening& listening = entry.second;  // a plain reference: lambdas capture it
         if (listening.source == source) {
             listening.source = nullptr;
-            EventManagerOf(manager).handle = 0;  // a later Listen attaches nothing
+            EventManagerOf(entry.first).handle = 0;  // a later Listen attaches nothing
         }
         if (vlcfn::_libvlc_event_detach == nullptr) continue;  // what stays keeps the target alive
         std::erase_if(listening.attached, [&](const Attachment& a) {
