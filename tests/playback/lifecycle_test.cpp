@@ -14,8 +14,6 @@ using namespace emu;
 using namespace qrvtest;
 using namespace std::chrono_literals;
 
-void IgnoreEvent(REALobject) {}
-
 template <typename T>
 T Libvlc(const char* name) {
     static void* libvlc = dlopen("libvlc.so.5", RTLD_NOW | RTLD_NOLOAD);
@@ -29,16 +27,16 @@ protected:
         vlc = HeadlessInstance(host);
         // libvlc 3.0 attaches any event type to any event manager.
         host.DefineSubclass("Listener", "VLCEventManagerQRV",
-                            {{"MediaPlayerStopped", reinterpret_cast<void*>(IgnoreEvent)}});
+                            {{"MediaPlayerStopped", reinterpret_cast<void*>(+[](REALobject) {})}});
     }
     Value Media(const Value& instance, const char* sample) {
         return host.CallShared("VLCMediaQRV", "MediaWithPath", {instance, host.String(SamplePath(sample))});
     }
-    Value Args() { return host.StringArray({"--intf=dummy", "--vout=dummy", "--aout=dummy", "--quiet", "--no-stats"}); }
     // A constructor argument made afresh, by kind: an object of that class, or a value.
     Value Arg(const std::string& kind) {
         if (kind == "vlc") return vlc;
-        if (kind == "args") return Args();
+        if (kind == "args")
+            return host.StringArray({"--intf=dummy", "--vout=dummy", "--aout=dummy", "--quiet", "--no-stats"});
         if (kind == "media") return Media(vlc, "tone.wav");
         if (kind == "preset") return Value::Int(2);
         if (kind == "discoverer") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("video_dir")});
@@ -155,7 +153,7 @@ TEST_F(Lifecycle, InstanceConstructedAgainStopsItsLogAndOutlivesItsLastUsers) {
         struct stat file {};
         return stat(path.c_str(), &file) == 0 ? file.st_size : -1;
     };
-    Value logging = host.New("VLCInstanceQRV", {Args()});
+    Value logging = host.New("VLCInstanceQRV", Args({"args"}));
     host.Call(logging, "SetLogFile", {host.FolderItem(path)});
     Value player = host.New("VLCMediaPlayerQRV", {Media(logging, "tone.wav")});
     Value dialog = host.New("VLCDialogQRV", {logging});
@@ -163,7 +161,7 @@ TEST_F(Lifecycle, InstanceConstructedAgainStopsItsLogAndOutlivesItsLastUsers) {
     host.Call(renderers, "Start");
     ASSERT_TRUE(host.Call(player, "Play").AsBool());
     host.PumpFor(200ms);
-    host.Call(logging, "Constructor", {Args()});
+    host.Call(logging, "Constructor", Args({"args"}));
     off_t closed = size();
     EXPECT_GT(closed, 0) << "the first instance's lines were written out";
     host.PumpFor(500ms);
