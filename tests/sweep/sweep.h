@@ -19,6 +19,9 @@
 
 namespace sweep {
 
+using emu::Host;
+using emu::Value;
+
 struct Raised {
     std::string className;  // empty: nothing raised
     std::string message;
@@ -37,15 +40,9 @@ struct Expect {
     Raised withoutLibvlc;                // libvlc not loaded, object uninitialised, zero and nil arguments
     Raised uninitialised;                // libvlc loaded, object uninitialised
     std::optional<Raised> nilArguments;  // libvlc loaded, object initialised, nil object arguments
-    // The libvlc function ("_libvlc_…") whose absence the member reports on an
-    // initialised object; empty when none.
-    std::string entry;
+    std::string entry;  // "_libvlc_…" whose absence it reports on an initialised object; empty when none
 
-    Expect WithNil(Raised raised) const {
-        Expect e = *this;
-        e.nilArguments = std::move(raised);
-        return e;
-    }
+    Expect WithNil(Raised raised) const { return {member, withoutLibvlc, uninitialised, std::move(raised), entry}; }
 };
 
 // Handle test first, then trace and function: an uninitialised object always reports the handle.
@@ -70,7 +67,7 @@ struct ClassSweep {
     std::string className;
     std::vector<Expect> members;
     // An object whose libvlc handle is 0. Default: the host's zero-filled instance.
-    std::function<emu::Value(emu::Host&)> uninitialised;
+    std::function<Value(Host&)> uninitialised;
 };
 
 // Adds rows "member: function" (the function without its "libvlc_" prefix) of one kind.
@@ -83,33 +80,28 @@ inline void AddRows(std::vector<Expect>& into, Expect (*kind)(std::string, const
 }
 
 // A working object of the class on a loaded libvlc; media name the file at mediaPath.
-inline emu::Value WorkingObject(emu::Host& host, const emu::Value& vlc, const std::string& className,
-                                const std::string& mediaPath) {
-    using emu::Value;
+inline Value WorkingObject(Host& host, const Value& vlc, const std::string& className, const std::string& mediaPath) {
     Value media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(mediaPath)});
     if (className == "VLCInstanceQRV") return qrvtest::HeadlessInstance(host);
     if (className == "VLCMediaQRV") return media;
     if (className == "VLCMediaListQRV") {
-        Value list = host.New("VLCMediaListQRV", {vlc});
+        Value list = host.New(className, {vlc});
         host.Call(list, "AddMedia", {media});
         return list;
     }
-    if (className == "VLCMediaLibraryQRV") return host.New("VLCMediaLibraryQRV", {vlc});
-    if (className == "VLCMediaDiscovererQRV") return host.New("VLCMediaDiscovererQRV", {vlc, host.String("video_dir")});
     if (className == "VLCMediaPlayerQRV") {
         // With a frame buffer, so that the copy members have something to copy.
-        Value player = host.New("VLCMediaPlayerQRV", {media});
+        Value player = host.New(className, {media});
         host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
         return player;
     }
-    if (className == "VLCEventManagerQRV")
-        return host.New("VLCEventManagerQRV", {host.New("VLCMediaPlayerQRV", {media})});
-    // No media list yet: what a program has right after New.
-    if (className == "VLCMediaListPlayerQRV") return host.New("VLCMediaListPlayerQRV", {vlc});
-    if (className == "VLCEqualizerQRV") return host.New("VLCEqualizerQRV", {Value()});
-    if (className == "VLCRendererDiscovererQRV")
-        return host.New("VLCRendererDiscovererQRV", {vlc, host.String("avahi_renderer")});
-    if (className == "VLCDialogQRV") return host.New("VLCDialogQRV", {vlc});
+    if (className == "VLCEventManagerQRV") return host.New(className, {host.New("VLCMediaPlayerQRV", {media})});
+    if (className == "VLCEqualizerQRV") return host.New(className, {Value()});
+    if (className == "VLCMediaDiscovererQRV") return host.New(className, {vlc, host.String("video_dir")});
+    if (className == "VLCRendererDiscovererQRV") return host.New(className, {vlc, host.String("avahi_renderer")});
+    // The list player with no media list yet: what a program has right after New.
+    for (const char* c : {"VLCMediaLibraryQRV", "VLCMediaListPlayerQRV", "VLCDialogQRV"})
+        if (className == c) return host.New(className, {vlc});
     return host.NewRaw(className);  // records, the exit handler, exceptions: no libvlc object behind them
 }
 
@@ -157,7 +149,7 @@ inline std::vector<Member> MembersOf(const REALclassDefinition& r, bool withDest
 
 // Gives the value of a parameter or assigned value, by declared type (lower
 // case, "()" for arrays) and name (empty for an assigned value).
-using Arguments = std::function<emu::Value(const std::string& type, const std::string& name)>;
+using Arguments = std::function<Value(const std::string& type, const std::string& name)>;
 
 inline std::string Lower(std::string s) {
     for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
@@ -183,22 +175,22 @@ inline std::vector<Slot> SlotsOf(const Member& member) {
 }
 
 // Calls the member; answers what it returned (nil for setters and assigning forms).
-inline emu::Value Call(emu::Host& host, const Member& member, const emu::Value* self, const Arguments& argument) {
+inline Value Call(Host& host, const Member& member, const Value* self, const Arguments& argument) {
     if (member.shared) self = nullptr;
-    std::vector<emu::Value> values;
+    std::vector<Value> values;
     for (const Slot& slot : SlotsOf(member)) values.push_back(argument(slot.type, slot.name));
     if (member.property != nullptr && member.assigns) {
         host.CallSetter(*member.property, self, values[0]);
         return {};
     }
     if (member.property != nullptr) return host.CallGetter(*member.property, self);
-    std::vector<emu::Value> args;
+    std::vector<Value> args;
     for (size_t i = 0; i < member.declaration.parameters.size(); ++i)
-        args.push_back(member.declaration.parameters[i].byref ? emu::Value::Ref(values[i]) : values[i]);
-    emu::Value assigned = member.assigns ? values.back() : emu::Value();
-    emu::Value answer =
+        args.push_back(member.declaration.parameters[i].byref ? Value::Ref(values[i]) : values[i]);
+    Value assigned = member.assigns ? values.back() : Value();
+    Value answer =
         host.CallMethod(*member.method, self, std::move(args), member.assigns, member.assigns ? &assigned : nullptr);
-    return member.assigns ? emu::Value() : answer;
+    return member.assigns ? Value() : answer;
 }
 
 // ---- the orders pass. Members that change what an object holds: constructors, Destructor,
@@ -230,38 +222,37 @@ struct Scene {
         return roles.count(c) ? roles.at(c) : "";
     }
 
-    emu::Host& host;
+    Host& host;
     std::string className, mediaPath;
-    std::vector<std::pair<std::string, emu::Value>> objects;  // by class, in order of making
-    emu::Value self;
+    std::vector<std::pair<std::string, Value>> objects;  // by class, in order of making
+    Value self;
 
-    emu::Value& Add(const std::string& c, emu::Value v) { return objects.emplace_back(c, std::move(v)).second; }
-    emu::Value Find(const std::string& lowerClass) {
+    Value& Add(const std::string& c, Value v) { return objects.emplace_back(c, std::move(v)).second; }
+    Value Find(const std::string& lowerClass) {
         for (auto& [c, v] : objects)
             if (Lower(c) == lowerClass && v.AsObject() != self.AsObject()) return v;
         return {};
     }
-    emu::Value Make(const std::string& c) { return Add(c, WorkingObject(host, objects[0].second, c, mediaPath)); }
+    Value Make(const std::string& c) { return Add(c, WorkingObject(host, objects[0].second, c, mediaPath)); }
 
-    Scene(emu::Host& h, const std::string& c, State state, const std::string& media)
+    Scene(Host& h, const std::string& c, State state, const std::string& media)
         : host(h), className(c), mediaPath(media) {
-        using emu::Value;
-        std::string roles = RolesOf(c);
-        Value vlc = Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host)), player, listPlayer;
-        if (roles.find('M') != std::string::npos)
-            Add("VLCMediaQRV", host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String(media)}));
-        if (roles.find('L') != std::string::npos) Make("VLCMediaListQRV");
-        if (roles.find('P') != std::string::npos) {
+        auto has = [roles = RolesOf(c)](char role) { return roles.find(role) != std::string::npos; };
+        Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host));
+        Value player, listPlayer;
+        if (has('M')) Make("VLCMediaQRV");
+        if (has('L')) Make("VLCMediaListQRV");
+        if (has('P')) {
             player = Add("VLCMediaPlayerQRV", host.New("VLCMediaPlayerQRV", {Find("vlcmediaqrv")}));
             host.Call(player, "VideoSetCallback", {Value::Int(64), Value::Int(48)});
         }
-        if (roles.find('E') != std::string::npos) {
+        if (has('E')) {
             if (host.FindClass("OrdersEvents") == nullptr)
                 host.DefineSubclass("OrdersEvents", "VLCEventManagerQRV",
                                     {{"MediaPlayerTimeChanged", reinterpret_cast<void*>(+[](REALobject, int64_t) {})}});
             host.Call(Add("VLCEventManagerQRV", host.New("OrdersEvents", {player})), "Listen");
         }
-        if (roles.find('R') != std::string::npos) {
+        if (has('R')) {
             listPlayer = Make("VLCMediaListPlayerQRV");
             host.Call(listPlayer, "SetMediaList", {Find("vlcmedialistqrv")});
         }
@@ -278,7 +269,7 @@ struct Scene {
     }
 
     // Values that work: the scene's objects (another than self), the sample, a format that fits the buffer.
-    emu::Value Argument(const std::string& type, const std::string& name) {
+    Value Argument(const std::string& type, const std::string& name) {
         std::map<std::string, std::string> text = {
             {"chroma", "RV32"},
             {"path", "libvlc.so.5"},
@@ -289,13 +280,13 @@ struct Scene {
         if (type == "folderitem")
             return host.FolderItem(name == "path" ? "/usr/lib/x86_64-linux-gnu/libvlc.so.5"
                                                   : "/tmp/qrv-orders-" + std::to_string(getpid()));
-        if (type == "uint32") return emu::Value::UInt(name == "width" ? 64 : name == "height" ? 48 : 256);
+        if (type == "uint32") return Value::UInt(name == "width" ? 64 : name == "height" ? 48 : 256);
         if (name == "Handle") {  // another working object's, on an instance of its own (the scene's may be gone)
-            emu::Value vlc = Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host));
+            Value vlc = Add("VLCInstanceQRV", qrvtest::HeadlessInstance(host));
             return host.Get(Add(className, WorkingObject(host, vlc, className, mediaPath)), "Handle");
         }
-        if (type == "integer") return emu::Value::Int(name == "width" ? 64 : name == "height" ? 48 : 0);
-        emu::Value found = Find(type);
+        if (type == "integer") return Value::Int(name == "width" ? 64 : name == "height" ? 48 : 0);
+        Value found = Find(type);
         for (const char* c : qrvtest::kClassNames)
             if (found.IsNil() && Lower(c) == type) found = Make(c);
         return found;  // nil for anything else
