@@ -50,12 +50,11 @@ protected:
 
 // libvlc's error text exists only while an instance does, read from libvlc's thread key, not another library's.
 TEST_F(RealLibvlc, ErrorTextOnlyWhileAnInstanceLives) {
-    {
-        Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
-        vlc = Value();
-        EXPECT_FALSE(host.Call(listPlayer, "MoveNext").AsBool());
-        EXPECT_EQ(host.Text(host.CallShared("VLCInstanceQRV", "ErrorMessage")), "No media list");
-    }
+    Value listPlayer = host.New("VLCMediaListPlayerQRV", {vlc});
+    vlc = Value();
+    EXPECT_FALSE(host.Call(listPlayer, "MoveNext").AsBool());
+    EXPECT_EQ(host.Text(host.CallShared("VLCInstanceQRV", "ErrorMessage")), "No media list");
+    listPlayer = Value();
     EXPECT_EQ(host.LiveObjects(), 0u);
     static char otherLibrarysData[] = "not libvlc's";
     pthread_key_t other;
@@ -149,12 +148,11 @@ TEST_F(RealLibvlc, SetAndSaveMetaOnACopy) {
     ScratchFolder folder;
     std::string copy = folder.path + "/tagged.mp3";
     std::filesystem::copy_file(SamplePath("tagged.mp3"), copy);
-    {
-        Value media = Parsed(copy);
-        EXPECT_EQ(Meta(media, 0), "Tagged Tone");
-        host.Call(media, "SetMeta", {Value::Int(0), host.String("Renamed \xC3\xA9")});
-        EXPECT_TRUE(host.Call(media, "SaveMeta").AsBool());
-    }
+    Value media = Parsed(copy);
+    EXPECT_EQ(Meta(media, 0), "Tagged Tone");
+    host.Call(media, "SetMeta", {Value::Int(0), host.String("Renamed \xC3\xA9")});
+    EXPECT_TRUE(host.Call(media, "SaveMeta").AsBool());
+    media = Value();
     EXPECT_EQ(Meta(Parsed(copy), 0), "Renamed \xC3\xA9");
 }
 
@@ -175,11 +173,10 @@ TEST_F(RealLibvlc, ConstructorsTheirBackReferenceAndAFailedClone) {
     int savedStdin = dup(0), standIn = open("/dev/null", O_RDONLY);
     ASSERT_GE(dup2(standIn, 0), 0);
     close(standIn);
-    {
-        Value media = host.New("VLCMediaQRV", {Value()});
-        EXPECT_EQ(host.Get(media, "Handle").AsInt(), 0);
-        EXPECT_NE(fcntl(0, F_GETFD), -1);
-    }
+    Value failed = host.New("VLCMediaQRV", {Value()});
+    EXPECT_EQ(host.Get(failed, "Handle").AsInt(), 0);
+    EXPECT_NE(fcntl(0, F_GETFD), -1);
+    failed = Value();
     EXPECT_EQ(fcntl(0, F_GETFD), -1) << "its destructor closed descriptor 0";
     dup2(savedStdin, 0);
     close(savedStdin);
@@ -198,12 +195,11 @@ TEST_F(RealLibvlc, MediaListOperationsLockAuditAndTrace) {
     ExpectAnswers(host, list, {{"AddMedia", 1, {first}}, {"InsertMedia", 1, {second, Value::Int(0)}}, {"Count", 2}});
     ExpectAnswers(host, list, {{"IndexOfItem", 1, {first}}, {"IndexOfItem", -1, {absent}}, {"isReadOnly", 0}});
     EXPECT_TRUE(host.Call(list, "ItemAtIndex", {Value::Int(2)}).IsNil());
-    {
-        Value item = host.Call(list, "ItemAtIndex", {Value::Int(1)});
-        EXPECT_NE(item.AsObject(), first.AsObject());
-        EXPECT_EQ(host.Get(item, "Handle").AsInt(), host.Get(first, "Handle").AsInt());
-        EXPECT_EQ(host.Get(item, "Tag").AsInt(), 0x5eed);
-    }
+    Value item = host.Call(list, "ItemAtIndex", {Value::Int(1)});
+    EXPECT_NE(item.AsObject(), first.AsObject());
+    EXPECT_EQ(host.Get(item, "Handle").AsInt(), host.Get(first, "Handle").AsInt());
+    EXPECT_EQ(host.Get(item, "Tag").AsInt(), 0x5eed);
+    item = Value();
     eventstest::Watchdog dog(std::chrono::seconds(60));  // libvlc's list lock is not recursive
     host.Call(list, "Lock");
     host.Call(list, "Lock");
