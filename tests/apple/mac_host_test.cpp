@@ -123,10 +123,9 @@ TEST(MacHost, RealFramesReachTheContextTheImageAndThePicture) {
     }
 }
 
-// The fake's pattern byte for byte: drawn, copied on demand without a context, and nil where no plug-in
-// registers CGImageQRV; pictures of each little-endian format a bitmap context may have (alpha first,
-// last or skipped), written in the layout its info gives and named in the trace. A snapshot file that
-// holds no PNG gives nil.
+// The fake's pattern byte for byte: drawn, copied without a context, and nil where no plug-in registers CGImageQRV;
+// pictures of each little-endian bitmap format (alpha first, last or skipped) in the layout its info gives, named
+// in the trace. A snapshot file that holds no PNG gives nil.
 TEST(MacHost, PatternFramesExactlyInEveryPictureFormatAndNoImageWithoutTheClass) {
     FakeVLC fake;
     for (auto [imageClass, info, name] : {std::tuple{true, 0x2002u, "kCGImageAlphaPremultipliedFirst"},

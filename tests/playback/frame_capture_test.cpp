@@ -17,8 +17,7 @@ using namespace emu;
 using namespace qrvtest;
 using namespace std::chrono_literals;
 
-// Pixel (x, y) as 0xAARRGGBB; from memory, the four bytes of an RV32 or ARGB32
-// pixel (B, G, R, X) read as one little-endian word, with `alpha` added.
+// Pixel (x, y) as 0xAARRGGBB: from memory, an RV32 or ARGB32 pixel (B, G, R, X) as a little-endian word, | `alpha`.
 using Image = std::function<uint32_t(int x, int y)>;
 
 Image Rows(const uint8_t* first, int64_t rowBytes, uint32_t alpha = 0) {
