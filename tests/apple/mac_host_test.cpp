@@ -1,10 +1,10 @@
-// The Mac host's side on the Apple stand-ins: decomposed folder-item paths,
-// frames drawn into a Core Graphics context, CopyCGImage into the CGImageQRV
-// class, CopyPicture into bitmap-context pictures, and the stand-ins' own
-// strictness.
+// The Mac host's side on the Apple stand-ins: folder-item paths, frames drawn into a Core Graphics
+// context, CopyCGImage, bitmap-context pictures, and the stand-ins' own strictness.
 #include <CoreGraphics/CoreGraphics.h>
 
 #include <cstring>
+#include <tuple>
+#include <utility>
 
 #include "tests/fakevlc/fakevlc_control.h"
 #include "tests/support/test_support.h"
@@ -43,32 +43,28 @@ uint32_t ImagePixel(CGImageRef image, int x, int y) {
 }
 
 // The CGImageQRV fields: the image at byte 48, the tag at 64.
-CGImageRef ImageIn(const Value& object, uint64_t* tag) {
-    CGImageRef image;
+std::pair<CGImageRef, uint64_t> ImageIn(const Value& object) {
+    std::pair<CGImageRef, uint64_t> fields;
     auto* bytes = reinterpret_cast<const uint8_t*>(object.AsObject());
-    memcpy(&image, bytes + 48, sizeof image);
-    memcpy(tag, bytes + 64, sizeof *tag);
-    return image;
+    memcpy(&fields.first, bytes + 48, sizeof fields.first);
+    memcpy(&fields.second, bytes + 64, sizeof fields.second);
+    return fields;
 }
 
-bool Near(uint32_t got, uint32_t want) {
-    for (int shift = 0; shift < 32; shift += 8)
-        if (std::abs(int(got >> shift & 0xFF) - int(want >> shift & 0xFF)) > 4) return false;
-    return true;
-}
-
-// quadrants.mp4 at 64 x 48: red, green, blue and white, read inside each quadrant.
+// quadrants.mp4 at 64 x 48: red, green, blue and white, each byte within 4, read inside each quadrant.
 std::string FirstWrongQuadrant(const std::function<uint32_t(int, int)>& pixel, bool redAsBlue = false) {
-    const uint32_t red = redAsBlue ? 0xFF0000FFu : 0xFFFF0000u, blue = redAsBlue ? 0xFFFF0000u : 0xFF0000FFu;
-    const struct {
-        int x, y;
-        uint32_t colour;
-    } spots[] = {{12, 10, red}, {50, 10, 0xFF00FF00u}, {12, 38, blue}, {50, 38, 0xFFFFFFFFu}};
-    for (auto spot : spots)
-        if (!Near(pixel(spot.x, spot.y), spot.colour))
-            return "(" + std::to_string(spot.x) + ", " + std::to_string(spot.y) + ") is " +
-                   std::to_string(pixel(spot.x, spot.y));
+    const uint32_t red = redAsBlue ? 0xFF0000FFu : 0xFFFF0000u, blue = red ^ 0xFF00FFu;
+    for (auto [x, y, want] : {std::tuple{12, 10, red}, {50, 10, 0xFF00FF00u}, {12, 38, blue}, {50, 38, 0xFFFFFFFFu}})
+        for (int shift = 0; shift < 32; shift += 8)
+            if (std::abs(int(pixel(x, y) >> shift & 0xFF) - int(want >> shift & 0xFF)) > 4)
+                return "(" + std::to_string(x) + ", " + std::to_string(y) + ") is " + std::to_string(pixel(x, y));
     return "";
+}
+
+// Pixel (x, y) of the fake's frame as 0xAARRGGBB, opaque, its first byte taken as blue or as red.
+uint32_t PatternPixel(int x, int y, int64_t frame, bool firstByteRed = false) {
+    auto byte = [&](int c) { return uint32_t{fakevlc_pattern(x, y, frame, firstByteRed ? 2 - c : c)}; };
+    return 0xFF000000u | byte(2) << 16 | byte(1) << 8 | byte(0);
 }
 
 // Precomposed names reach libvlc decomposed, from the native path and from the URL path of older hosts.
@@ -85,8 +81,8 @@ TEST(MacHost, FolderItemPathsReachLibvlcDecomposed) {
     }
 }
 
-// Debian's libvlc decodes the quadrants into the player's buffer: the drawn context, the
-// CGImageQRV copy (which outlives the player) and the picture, with the plug-in's trace.
+// Debian's libvlc decodes the quadrants into the drawn context, the CGImageQRV copy (which outlives the player)
+// and the picture, with the plug-in's trace.
 TEST(MacHost, RealFramesReachTheContextTheImageAndThePicture) {
     Host host({.pictures = PictureKind::CGContext, .imageClass = true});
     ASSERT_TRUE(LoadRealLibvlc(host));
@@ -110,8 +106,7 @@ TEST(MacHost, RealFramesReachTheContextTheImageAndThePicture) {
     player = Value();
 
     ASSERT_FALSE(image.IsNil());
-    uint64_t tag;
-    CGImageRef copy = ImageIn(image, &tag);
+    auto [copy, tag] = ImageIn(image);
     EXPECT_EQ(tag, 0x52424346u);
     ASSERT_EQ(CGImageGetWidth(copy), 64u);
     ASSERT_EQ(CGImageGetHeight(copy), 48u);
@@ -128,12 +123,17 @@ TEST(MacHost, RealFramesReachTheContextTheImageAndThePicture) {
     }
 }
 
-// The fake's pattern byte for byte: drawn, copied on demand without a context, and nil
-// where no plug-in registers CGImageQRV; a snapshot file that holds no PNG gives nil.
-TEST(MacHost, PatternFramesExactlyAndNoImageWithoutTheClass) {
+// The fake's pattern byte for byte: drawn, copied without a context, and nil where no plug-in registers CGImageQRV;
+// pictures of each little-endian bitmap format (alpha first, last or skipped) in the layout its info gives, named
+// in the trace. A snapshot file that holds no PNG gives nil.
+TEST(MacHost, PatternFramesExactlyInEveryPictureFormatAndNoImageWithoutTheClass) {
     FakeVLC fake;
-    for (bool imageClass : {true, false}) {
-        Host host({.pictures = PictureKind::CGContext, .imageClass = imageClass});
+    for (auto [imageClass, info, name] : {std::tuple{true, 0x2002u, "kCGImageAlphaPremultipliedFirst"},
+                                          {false, 0x2002u, "kCGImageAlphaPremultipliedFirst"},
+                                          {false, 0x2001u, "kCGImageAlphaPremultipliedLast"},
+                                          {false, 0x2005u, "kCGImageAlphaNoneSkipLast"},
+                                          {true, 0x2006u, "kCGImageAlphaNoneSkipFirst"}}) {
+        Host host({.pictures = PictureKind::CGContext, .imageClass = imageClass, .pictureBitmapInfo = info});
         fake.reset();
         ASSERT_TRUE(fake.LoadInto(host));
         Value player = host.New("VLCMediaPlayerQRV", {host.New("VLCInstanceQRV", {host.StringArray({})})});
@@ -141,7 +141,11 @@ TEST(MacHost, PatternFramesExactlyAndNoImageWithoutTheClass) {
         host.Call(player, "VideoSetCallback",
                   {Value::Int(24), Value::Int(10), Value::Int(reinterpret_cast<int64_t>(target.ref))});
         fake.renderFrame(5);
+        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
+        StderrCapture capture;
         Value picture = host.Call(player, "CopyPicture");
+        EXPECT_NE(capture.Finish().find(std::string("] QRV Debug: ") + name + "\n"), std::string::npos) << name;
+        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
         host.Call(player, "VideoSetCallback", {Value::Int(24), Value::Int(10)});
         fake.renderFrame(6);
         Value image = host.Call(player, "CopyCGImage");
@@ -153,43 +157,13 @@ TEST(MacHost, PatternFramesExactlyAndNoImageWithoutTheClass) {
         }
         fake.setInt("libvlc_video_take_snapshot", 0);
         EXPECT_TRUE(host.Call(player, "SnapshotPicture", {Value::Int(8), Value::Int(8)}).IsNil()) << "no PNG written";
-        uint64_t tag;
         for (int y = 0; y < 10; ++y)
             for (int x = 0; x < 24; ++x) {
-                auto byte = [&](int64_t frame, int c) { return uint32_t{fakevlc_pattern(x, y, frame, c)}; };
-                uint32_t drawn = 0xFF000000u | byte(5, 2) << 16 | byte(5, 1) << 8 | byte(5, 0);
-                ASSERT_EQ(target.Pixel(x, y), drawn) << x << ", " << y;
-                ASSERT_EQ(host.PixelARGB(picture, x, y), 0xFF000000u | byte(5, 0) << 16 | byte(5, 1) << 8 | byte(5, 2));
+                ASSERT_EQ(target.Pixel(x, y), PatternPixel(x, y, 5)) << x << ", " << y;
+                ASSERT_EQ(host.PixelARGB(picture, x, y), PatternPixel(x, y, 5, true)) << name;
                 if (imageClass) {
-                    ASSERT_EQ(ImagePixel(ImageIn(image, &tag), x, y),
-                              0xFF000000u | byte(6, 2) << 16 | byte(6, 1) << 8 | byte(6, 0));
+                    ASSERT_EQ(ImagePixel(ImageIn(image).first, x, y), PatternPixel(x, y, 6));
                 }
-            }
-    }
-}
-
-// Pictures of the other little-endian formats a bitmap context may have: alpha last or
-// skipped, written in the layout the context's info gives and named in the trace.
-TEST(MacHost, PicturesOfOtherBitmapFormats) {
-    FakeVLC fake;
-    for (auto [info, name] : {std::pair<uint32_t, std::string>{0x2001, "kCGImageAlphaPremultipliedLast"},
-                              {0x2005, "kCGImageAlphaNoneSkipLast"},
-                              {0x2006, "kCGImageAlphaNoneSkipFirst"}}) {
-        Host host({.pictures = PictureKind::CGContext, .pictureBitmapInfo = info});
-        fake.reset();
-        ASSERT_TRUE(fake.LoadInto(host));
-        Value player = host.New("VLCMediaPlayerQRV", {host.New("VLCInstanceQRV", {host.StringArray({})})});
-        host.Call(player, "VideoSetCallback", {Value::Int(6), Value::Int(4)});
-        fake.renderFrame(3);
-        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-        StderrCapture capture;
-        Value picture = host.Call(player, "CopyPicture");
-        EXPECT_NE(capture.Finish().find("] QRV Debug: " + name + "\n"), std::string::npos) << name;
-        host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
-        for (int y = 0; y < 4; ++y)
-            for (int x = 0; x < 6; ++x) {
-                auto byte = [&](int c) { return uint32_t{fakevlc_pattern(x, y, 3, c)}; };
-                ASSERT_EQ(host.PixelARGB(picture, x, y), 0xFF000000u | byte(0) << 16 | byte(1) << 8 | byte(2)) << name;
             }
     }
 }

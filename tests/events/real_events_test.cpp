@@ -1,5 +1,4 @@
-// Events and logs of Debian's libvlc 3.0, headless, reaching host handlers on
-// the main thread in libvlc's order.
+// Events and logs of Debian's libvlc 3.0, headless, reaching host handlers on the main thread in libvlc's order.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -16,8 +15,7 @@ using namespace eventstest;
 using qrvtest::NothingRaised;
 using namespace std::chrono_literals;
 
-// Reads the player's state inside the old media's state change, which libvlc
-// sends inside set_media holding the player's lock.
+// Reads the player's state inside the old media's state change, sent inside set_media holding the player's lock.
 void OnStateReadingPlayerState(REALobject o, RBInteger state) {
     Record<"MediaStateChanged", RBInteger, RBInteger>(o, state, seen->host->Get(seen->player, "State").AsInt());
 }
@@ -78,9 +76,9 @@ TEST_F(RealEvents, PlayingTheSampleRaisesPlayerEventsInOrder) {
 }
 
 // libvlc sends Stopped inside stop and the old media's state change inside set_media, holding the
-// player's lock: handlers reading the player there must not hang (SIGALRM ends the process instead).
+// player's lock: handlers reading the player there must not hang (the watchdog ends the process instead).
 TEST_F(RealEvents, HandlersReadingThePlayerDoNotHangStopOrSetMedia) {
-    alarm(60);
+    Watchdog dog(60s);
     Value first = Media("sample.mp4");
     Value player = seen->player = host.New("VLCMediaPlayerQRV", {first});
     Value events = Events("StopEvents", player,
@@ -100,7 +98,6 @@ TEST_F(RealEvents, HandlersReadingThePlayerDoNotHangStopOrSetMedia) {
     EXPECT_FALSE(seen->offMainThread);
     EXPECT_TRUE(NothingRaised(host));
     events = mediaEvents = player = Value();
-    alarm(0);
 }
 
 TEST_F(RealEvents, MediaListAndListPlayerEvents) {
@@ -154,26 +151,27 @@ TEST_F(RealEvents, LogLinesReachTheLogEventAndLibvlcWritesTheLogFile) {
     }
     EXPECT_TRUE(someModule) << "log lines name their module";
 
+    // Plays a moment logging to `file` (raising nothing, writable or not), then closes and so flushes it.
+    auto logTo = [&](const std::string& file) {
+        host.Call(logging, "SetLogFile", {host.FolderItem(file)});
+        EXPECT_TRUE(NothingRaised(host)) << file;
+        host.Call(player, "Play");
+        host.PumpFor(300ms);
+        host.Call(player, "Stop");
+        host.Call(logging, "ClearLog");
+    };
     std::string path = std::filesystem::temp_directory_path() / ("qrv-real-" + std::to_string(getpid()) + ".log");
-    host.Call(logging, "SetLogFile", {host.FolderItem(path)});
-    EXPECT_TRUE(NothingRaised(host));
-    host.Call(player, "Play");
-    host.PumpFor(300ms);
-    host.Call(player, "Stop");
-    host.Call(logging, "ClearLog");  // closes (and so flushes) the file
+    logTo(path);
     EXPECT_GT(std::filesystem::file_size(path), 0u);
-    host.Call(logging, "SetLogFile", {host.FolderItem("/nonexistent-dir/x.log")});
-    EXPECT_TRUE(NothingRaised(host)) << "an unwritable place raises nothing";
-    host.Call(logging, "ClearLog");
     std::filesystem::remove(path);
+    logTo("/nonexistent-dir/x.log");
 
     // A named pipe: without a reader it fails at once, like an unwritable place; with one it gets the
     // log; and a reader that stops reading (a full pipe) never holds up the main thread.
     Watchdog dog(60s);
     std::string fifo = path + ".fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    host.Call(logging, "SetLogFile", {host.FolderItem(fifo)});
-    EXPECT_TRUE(NothingRaised(host));
+    logTo(fifo);
     int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_GE(reader, 0);
     char bytes[65536];
@@ -181,11 +179,7 @@ TEST_F(RealEvents, LogLinesReachTheLogEventAndLibvlcWritesTheLogFile) {
         int filler = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
         while (full && write(filler, bytes, sizeof bytes) > 0) {
         }
-        host.Call(logging, "SetLogFile", {host.FolderItem(fifo)});
-        host.Call(player, "Play");
-        host.PumpFor(300ms);
-        host.Call(player, "Stop");
-        host.Call(logging, "ClearLog");
+        logTo(fifo);
         close(filler);
         EXPECT_TRUE(full || read(reader, bytes, sizeof bytes) > 0) << "the reader gets the log";
         while (read(reader, bytes, sizeof bytes) > 0) {

@@ -1,5 +1,4 @@
-// Frame capture through the fake libvlc's video thread stand-in (a per-pixel
-// pattern) and through Debian's libvlc 3.0 decoding quadrants.mp4.
+// Frame capture through the fake libvlc's video thread (a per-pixel pattern) and Debian's libvlc 3.0 on quadrants.mp4.
 #include <cairo.h>
 
 #include <chrono>
@@ -18,8 +17,7 @@ using namespace emu;
 using namespace qrvtest;
 using namespace std::chrono_literals;
 
-// Pixel (x, y) as 0xAARRGGBB; from memory, the four bytes of an RV32 or ARGB32
-// pixel (B, G, R, X) read as one little-endian word, with `alpha` added.
+// Pixel (x, y) as 0xAARRGGBB: from memory, an RV32 or ARGB32 pixel (B, G, R, X) as a little-endian word, | `alpha`.
 using Image = std::function<uint32_t(int x, int y)>;
 
 Image Rows(const uint8_t* first, int64_t rowBytes, uint32_t alpha = 0) {
@@ -124,7 +122,6 @@ TEST_F(Capture, FramesLandInTheBufferEveryReadClearsTheFlagAndCopiesCheckArgumen
     EXPECT_EQ(FirstWrong(40, 30, Rows(bytes.data(), 160), Pattern(2)), "");
     EXPECT_EQ(HasNewFrame(), 0);
 
-    // CopyToMemory checks its row bytes, offset and destination.
     SetCallback(640, 3);
     fake.renderFrame(3);
     std::vector<uint8_t> dest(16 + 4096 * 3, 0);
@@ -174,21 +171,17 @@ TEST_F(Capture, AFailedOrResizingCallSetupKeepsTheDecoderInsideItsBuffer) {
     EXPECT_TRUE(Raised(*host, "OutOfMemoryException",
                        "Failed to allocate 4611686007689969668 bytes of memory for picture buffer."));
     EXPECT_EQ(FirstWrong(8, 2, Rows(Memory(), 32), [](int, int) { return 0u; }), "") << "the frame state stays";
-    SetCallback(40000, 1);
-    EXPECT_TRUE(NothingRaised(*host));
-    EXPECT_TRUE(host->Call(player, "CopyPicture").IsNil());
-    SetCallback(32767, 1);
-    EXPECT_FALSE(host->Call(player, "CopyPicture").IsNil());
-    SetCallback(1, 32768);  // one pixel wide is a frame; 32768 rows are too many for a picture
-    EXPECT_TRUE(NothingRaised(*host));
-    EXPECT_TRUE(host->Call(player, "CopyPicture").IsNil());
-    SetCallback(1, 32767);
-    EXPECT_FALSE(host->Call(player, "CopyPicture").IsNil());
+    // One pixel wide is a frame; a side past 32767 is too long for a picture.
+    for (auto [width, height, fits] :
+         {std::tuple{40000, 1, false}, {32767, 1, true}, {1, 32768, false}, {1, 32767, true}}) {
+        SetCallback(width, height);
+        EXPECT_TRUE(NothingRaised(*host));
+        EXPECT_EQ(host->Call(player, "CopyPicture").IsNil(), !fits) << width << " x " << height;
+    }
     EXPECT_TRUE(host->Call(player, "CopyCGImage").IsNil()) << "no image class here";
 }
 
-// A host picture with fewer rows than the frame gets only its own rows, quietly;
-// a memory block smaller than the frame is refused with an exception.
+// A host picture shorter than the frame gets only its own rows, quietly; too small a memory block raises.
 TEST_F(Capture, AHostGivingLessThanAskedIsNotWrittenPast) {
     Start({.memoryBlocksShort = true, .picturesShort = true});
     SetCallback(4, 6);
@@ -251,8 +244,8 @@ TEST_F(Capture, PicturesAndTheDrawnContextPixelByPixel) {
     }
 }
 
-// Booleans and signed chars are libvlc's low byte; integers are narrowed to int, Booleans
-// go as 0 or 1; title positions outside libvlc's table raise.
+// Booleans and signed chars are libvlc's low byte; integers narrow to int, Booleans go as 0 or 1; title positions
+// outside libvlc's table raise.
 TEST_F(Capture, LowByteAnswersNarrowedArgumentsAndTitlePositions) {
     fake.setInt("libvlc_media_player_is_seekable", 256);
     fake.setInt("libvlc_media_player_has_vout", 200);
@@ -336,9 +329,7 @@ uint32_t Quadrants(int x, int y) {
 // Decoded pixels, within the codec's rounding, through every copy and either kind of picture.
 TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
     for (PictureKind kind : {PictureKind::Gd, PictureKind::Cairo}) {
-        HostOptions options;
-        options.pictures = kind;
-        Host host(options);
+        Host host({.pictures = kind});
         ASSERT_TRUE(LoadRealLibvlc(host));
         Value media = host.CallShared("VLCMediaQRV", "MediaWithPath",
                                       {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))});
@@ -358,9 +349,8 @@ TEST(RealCapture, DecodedQuadrantsPixelByPixelInEveryCopy) {
     }
 }
 
-// While capturing into 64 x 48, formats that would take libvlc past the buffer
-// (larger, wider rows, more planes) are refused; each is played all the same, so
-// one let through shows as a crash or a sanitizer report. Fitting BGRA and RGBA arrive.
+// While capturing into 64 x 48, formats that would take libvlc past the buffer (larger, wider rows, more planes) are
+// refused; each is played all the same, so one let through crashes or trips a sanitizer. Fitting BGRA and RGBA arrive.
 TEST(RealCapture, VideoSetFormatKeepsLibvlcInsideTheBuffer) {
     Host host;
     ASSERT_TRUE(LoadRealLibvlc(host));
