@@ -52,8 +52,7 @@ std::string UTF8Of(REALstring s) {
 }
 
 TEST_F(HostServices, ReadingHostStringsAsUTF8) {
-    rbText nil(nullptr);
-    EXPECT_STREQ(nil.GetUTF8(), "");
+    EXPECT_STREQ(rbText(nullptr).GetUTF8(), "");
     std::vector<emu::Value> strings;
     // The host's "unknown" tag: 0xE9 is read as Mac Roman, where it stands for U+00C8.
     for (auto [bytes, encoding, utf8] : std::initializer_list<std::tuple<std::string, uint32_t, const char*>>{
@@ -75,6 +74,15 @@ TEST_F(HostServices, ReadingHostStringsAsUTF8) {
     EXPECT_EQ(host().Count().stringData, 1u);
 }
 
+TEST_F(HostServices, UnterminatedConvertedTextIsCopied) {
+    Restart({.stringDataUnterminated = true});
+    DebuggingEnabled = 1;
+    emu::Value utf8 = host().String("\xC3\xA9t\xC3\xA9", kEncodingUTF8);
+    StderrCapture capture;
+    EXPECT_EQ(UTF8Of(utf8.AsString()), "\xC3\xA9t\xC3\xA9");
+    EXPECT_NE(capture.Finish().find("QRV Debug: String is not zero terminated. Fixed.\n"), std::string::npos);
+}
+
 // The strict check that decides how libvlc's log lines are read.
 TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
     auto valid = [](const char* text) {
@@ -93,16 +101,7 @@ TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
         EXPECT_FALSE(valid(text)) << text;
 }
 
-TEST_F(HostServices, UnterminatedConvertedTextIsCopied) {
-    Restart({.stringDataUnterminated = true});
-    DebuggingEnabled = 1;
-    emu::Value utf8 = host().String("\xC3\xA9t\xC3\xA9", kEncodingUTF8);
-    StderrCapture capture;
-    EXPECT_EQ(UTF8Of(utf8.AsString()), "\xC3\xA9t\xC3\xA9");
-    EXPECT_NE(capture.Finish().find("QRV Debug: String is not zero terminated. Fixed.\n"), std::string::npos);
-}
-
-TEST_F(HostServices, BuildingHostStringsPicksTheEncoding) {
+TEST_F(HostServices, BuildingHostStringsPicksOrDetectsTheEncoding) {
     auto build = [&](const char* bytes, int64_t length, uint32_t encoding) {
         return Adopt(REALBuildUnicodeString(bytes, length, encoding));
     };
@@ -126,22 +125,20 @@ TEST_F(HostServices, BuildingHostStringsPicksTheEncoding) {
     EXPECT_NE(trace.find("QRV Debug: Unknown encoding in REALBuildUnicodeString 4\n"), std::string::npos);
     EXPECT_EQ(host().LiveStrings(), 2u);  // the UTF-16 intermediate was released
 
-    rbversion = 2011.5;  // old hosts build, then tag
-    emu::Value old = build("caf\xC3\xA9", 5, kEncodingUTF8);
-    EXPECT_EQ(host().Encoding(old), kEncodingUTF8);
-    EXPECT_EQ(host().Text(old), "caf\xC3\xA9");
-}
-
-TEST_F(HostServices, DetectsTheEncodingOfUnknownText) {
     EXPECT_EQ(host().Encoding(Adopt(CString2RB_detect_encoding("abc\x01\xC3\xA9"))), kEncodingMacRoman);
     EXPECT_EQ(host().Encoding(Adopt(CString2RB_detect_encoding("abc\xC3\xA9"))), kEncodingUTF8);
     EXPECT_EQ(host().Encoding(Adopt(CString2RB_detect_encoding("abc\x01"))), kEncodingASCII);
     EXPECT_EQ(host().Text(Adopt(CString2RB_detect_encoding("caf\x8E"))), "caf\xC3\xA9");  // 0x8E is é in Mac Roman
     EXPECT_TRUE(Adopt(CString2RB_detect_encoding(nullptr)).IsNil());
     EXPECT_TRUE(Adopt(CString2RB_detect_encoding("")).IsNil());
+
+    rbversion = 2011.5;  // old hosts build, then tag
+    emu::Value old = build("caf\xC3\xA9", 5, kEncodingUTF8);
+    EXPECT_EQ(host().Encoding(old), kEncodingUTF8);
+    EXPECT_EQ(host().Text(old), "caf\xC3\xA9");
 }
 
-TEST_F(HostServices, OutOfBoundsAndStandardExceptionsBecomeHostExceptions) {
+TEST_F(HostServices, OutOfBoundsAndStandardExceptionsBecomeHostExceptionsOrRuntimeExceptions) {
     RaiseOutOfBoundsException(7, 5, "index", nullptr);
     EXPECT_TRUE(Took("OutOfBoundsException", "The parameter index  is too big. Range is 0 to 4, but value is 7."));
     RaiseOutOfBoundsException(-1, 3, "index", "");
@@ -161,9 +158,8 @@ TEST_F(HostServices, OutOfBoundsAndStandardExceptionsBecomeHostExceptions) {
     check(std::underflow_error("u"), "OutOfBoundsException", "C++ reports underflow error: u");
     check(std::runtime_error("boom"), "RuntimeException", "C++ Exception: boom");
     check(std::logic_error(""), "RuntimeException", "C++ Exception.");
-}
 
-TEST_F(HostServices, ExceptionClassFallsBackToRuntimeException) {
+    // A class the host refuses falls back to RuntimeException.
     Restart({.refusedClasses = {"NilObjectException"}});
     RaiseNilObjectException("vlc parameter is nil");
     EXPECT_TRUE(Took("RuntimeException", "vlc parameter is nil"));

@@ -172,7 +172,7 @@ TEST_F(WithFake, TracksTrackInfosStatsAndTheirAccessors) {
 }
 
 // A nil folder item reaches libvlc as a null path; refused bytes leave no temporary file.
-TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
+TEST_F(WithFake, MediaFromANilFileOrRefusedOrUnwritableDataAndUncheckedIndexes) {
     host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, Value()});
     EXPECT_EQ(fake.Text("libvlc_media_new_path.path"), "(null)");
     fake.setInt("libvlc_media_new_path", -1);
@@ -210,11 +210,9 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 0);
     EXPECT_TRUE(host.Call(list, "InsertMedia", {media, Value::Int(2)}).AsBool()) << "appending is in range";
     EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 1);
-}
 
-// Bytes that cannot all be written (a file size limit here) make no media and
-// leave no open descriptor, also when the temporary file got descriptor 3.
-TEST_F(WithFake, MediaFromDataThatCannotBeWrittenLeavesNoDescriptor) {
+    // Bytes that cannot all be written (a file size limit here) make no media and
+    // leave no open descriptor, also when the temporary file got descriptor 3.
     rlimit saved{};
     getrlimit(RLIMIT_FSIZE, &saved);
     rlimit limited{2, saved.rlim_max};
