@@ -9,11 +9,9 @@
 
 namespace {
 
-using emu::Host;
-using emu::Value;
+using namespace emu;
 using namespace eventstest;
-using qrvtest::FakeVLC;
-using qrvtest::HeapInUse;
+using namespace qrvtest;
 using namespace std::chrono_literals;
 
 // Storm handler: counts, and checks each thread's order (value = thread * 1e9 + sequence).
@@ -94,9 +92,8 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithou
     host.Call(m, "Destructor");
     std::string trace = capture.Finish();
     host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
-    EXPECT_LT(trace.find("QRV Debug: InstallMediaPlayerPlaying\n"),
-              trace.find("QRV Debug: UninstallMediaPlayerPlaying\n"));
-    EXPECT_NE(trace.find("QRV Debug: UninstallMediaPlayerPlaying\n"), std::string::npos);
+    size_t install = trace.find("QRV Debug: InstallMediaPlayerPlaying\n");  // npos, were it missing
+    EXPECT_NE(trace.find("QRV Debug: UninstallMediaPlayerPlaying\n", install), std::string::npos) << trace;
     EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 0) << "everything attached is detached";
     EXPECT_EQ(fake.calls("libvlc_event_detach"), 2);
     EXPECT_EQ(host.Get(m, "Handle").AsInt(), 0);
@@ -126,13 +123,12 @@ TEST_F(FakeEvents, PayloadsArriveConvertedOnTheMainThreadAndWhatTheyHoldIsGivenB
     size_t objects = host.LiveObjects(), strings = host.LiveStrings();
     // One at a time: queued together, a value event would replace the one before.
     // A boolean is its low byte; an enumerated field widens without sign.
-    std::vector<libvlc_event_t> scalars = {
-        Event(libvlc_MediaPlayerTimeChanged, 0x123456789AB), Event(libvlc_MediaPlayerPositionChanged, 0.5f),
-        Event(libvlc_MediaPlayerSeekableChanged, 256),       Event(libvlc_MediaPlayerSeekableChanged, 257),
-        Event(libvlc_MediaMetaChanged, 0xFFFFFFFF),          Event(libvlc_MediaPlayerTitleChanged, -2)};
-    for (size_t i = 0; i < scalars.size(); ++i) {
-        Queue({scalars[i]});
-        EXPECT_TRUE(host.PumpUntil([&] { return seen->raised.size() > i; }, 2000ms));
+    for (const libvlc_event_t& e :
+         {Event(libvlc_MediaPlayerTimeChanged, 0x123456789AB), Event(libvlc_MediaPlayerPositionChanged, 0.5f),
+          Event(libvlc_MediaPlayerSeekableChanged, 256), Event(libvlc_MediaPlayerSeekableChanged, 257),
+          Event(libvlc_MediaMetaChanged, 0xFFFFFFFF), Event(libvlc_MediaPlayerTitleChanged, -2)}) {
+        Queue({e});
+        EXPECT_TRUE(host.PumpUntil([&, n = seen->raised.size()] { return seen->raised.size() > n; }, 2000ms));
     }
     Lines expected = {"MediaPlayerTimeChanged 1250999896491", "MediaPlayerPositionChanged 0.5",
                       "MediaPlayerSeekableChanged 0",         "MediaPlayerSeekableChanged 1",

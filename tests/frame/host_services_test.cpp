@@ -85,9 +85,7 @@ TEST_F(HostServices, UnterminatedConvertedTextIsCopied) {
 
 // The strict check that decides how libvlc's log lines are read.
 TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
-    auto valid = [](const char* text) {
-        return IsStrictUTF8(reinterpret_cast<const unsigned char*>(text), strlen(text));
-    };
+    auto valid = [](const char* t) { return IsStrictUTF8(reinterpret_cast<const unsigned char*>(t), strlen(t)); };
     // Every length, each edge of each lead-byte range, around overlongs and surrogates, up to U+10FFFF.
     for (const char* text : {"abc\xC3\xA9", "\t\r\nplain text ~", "\xC2\x80\xDF\xBF", "\xE0\xA0\x80", "\xE1\x80\x80",
                              "\xEC\xBF\xBF", "\xED\x9F\xBF", "\xEE\x80\x80\xEF\xBF\xBF", "\xF0\x90\x80\x80",
@@ -102,9 +100,7 @@ TEST(StrictUTF8, AcceptsWellFormedTextOnly) {
 }
 
 TEST_F(HostServices, BuildingHostStringsPicksOrDetectsTheEncoding) {
-    auto build = [&](const char* bytes, int64_t length, uint32_t encoding) {
-        return Adopt(REALBuildUnicodeString(bytes, length, encoding));
-    };
+    auto build = [&](const char* bytes, int64_t n, uint32_t e) { return Adopt(REALBuildUnicodeString(bytes, n, e)); };
     EXPECT_EQ(host().Encoding(build("abc", 3, kEncodingMacRoman)), kEncodingASCII);  // pure ASCII is tagged as such
     EXPECT_EQ(host().Encoding(build("\xE9", 1, kEncodingMacRoman)), kEncodingMacRoman);
     EXPECT_EQ(host().Encoding(build("x", 1, kEncodingWindowsLatin1)), kEncodingASCII);

@@ -14,8 +14,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using emu::Host;
-using emu::Value;
+using namespace emu;
 using namespace qrvtest;
 
 Value Shared(Host& host, const char* method, std::vector<Value> args = {}) {
@@ -26,10 +25,8 @@ std::string LoadError(Host& host) { return host.Text(Shared(host, "GetLoadError"
 std::vector<std::string> Lines(const std::string& command) {
     std::vector<std::string> lines;
     char buffer[4096];
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        while (fgets(buffer, sizeof buffer, pipe)) lines.emplace_back(buffer, strcspn(buffer, "\n"));
-        pclose(pipe);
-    }
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    while (pipe && fgets(buffer, sizeof buffer, pipe.get())) lines.emplace_back(buffer, strcspn(buffer, "\n"));
     return lines;
 }
 
