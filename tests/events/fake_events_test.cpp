@@ -9,11 +9,9 @@
 
 namespace {
 
-using emu::Host;
-using emu::Value;
+using namespace emu;
 using namespace eventstest;
-using qrvtest::FakeVLC;
-using qrvtest::HeapInUse;
+using namespace qrvtest;
 using namespace std::chrono_literals;
 
 // Storm handler: counts, and checks each thread's order (value = thread * 1e9 + sequence).
@@ -29,21 +27,14 @@ void OnItemKept(REALobject, REALobject item, RBInteger) { seen->kept = Value::Bo
 // An event whose payload starts with `first`, written with its own type's width.
 template <typename T = int>
 libvlc_event_t Event(int type, T first = 0) {
-    libvlc_event_t e{};
-    e.type = type;
+    libvlc_event_t e{.type = type};
     memcpy(&e.u, &first, sizeof first);
     return e;
 }
 
-Value LoggingInstance(Host& host) {
-    host.DefineSubclass(
-        "LoggingInstance", "VLCInstanceQRV",
-        {On<"Log", REALstring, RBInteger, REALstring, REALstring, REALstring, REALstring, RBInteger>()});
-    return host.New("LoggingInstance", {host.StringArray({})});
-}
-
 class FakeEvents : public ::testing::Test {
 protected:
+    explicit FakeEvents(emu::HostOptions options = {}, bool partial = false) : host(options), fake(partial) {}
     void SetUp() override {
         seen = &record;
         gStorm = gStormOutOfOrder = 0;
@@ -64,6 +55,15 @@ protected:
         host.PumpFor(20ms);
         EXPECT_EQ(seen->raised, expected);
     }
+    // An instance with a Log handler, its lines sent to it unless `toEvents` is false.
+    Value Logging(bool toEvents = true) {
+        host.DefineSubclass(
+            "LoggingInstance", "VLCInstanceQRV",
+            {On<"Log", REALstring, RBInteger, REALstring, REALstring, REALstring, REALstring, RBInteger>()});
+        Value logging = host.New("LoggingInstance", {host.StringArray({})});
+        if (toEvents) host.Call(logging, "SetLogEvent");
+        return logging;
+    }
     Value Manager(const std::string& cls, std::map<std::string, void*> handlers) {
         host.DefineSubclass(cls, "VLCEventManagerQRV", std::move(handlers));
         return host.New(cls, {player});
@@ -79,11 +79,8 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithou
     host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
     qrvtest::StderrCapture capture;
     Value m = Manager("PlayingOnly", {On<"MediaPlayerPlaying">()});
-    std::string trace = capture.Finish();
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
     EXPECT_EQ(fake.calls("libvlc_event_attach"), 1);
     EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 1);
-    EXPECT_NE(trace.find("QRV Debug: InstallMediaPlayerPlaying\n"), std::string::npos);
     EXPECT_EQ(host.Get(m, "Parent").AsObject(), player.AsObject());
     EXPECT_TRUE(host.Get(m, "VLC").IsNil());
     host.Call(m, "Listen");
@@ -92,11 +89,11 @@ TEST_F(FakeEvents, OnlyHandledEventsAreAttachedExactlyThoseDetachedAndNoneWithou
     // it); one lost after Listen still is.
     host.SetHandler("PlayingOnly", "MediaPlayerPaused", On<"MediaPlayerPaused">().second);
     host.SetHandler("PlayingOnly", "MediaPlayerPlaying", nullptr);
-    host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(true));
-    qrvtest::StderrCapture uninstall;
     host.Call(m, "Destructor");
-    EXPECT_NE(uninstall.Finish().find("QRV Debug: UninstallMediaPlayerPlaying\n"), std::string::npos);
+    std::string trace = capture.Finish();
     host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(false));
+    size_t install = trace.find("QRV Debug: InstallMediaPlayerPlaying\n");  // npos, were it missing
+    EXPECT_NE(trace.find("QRV Debug: UninstallMediaPlayerPlaying\n", install), std::string::npos) << trace;
     EXPECT_EQ(fake.attached(fake.eventManager(), libvlc_MediaPlayerPlaying), 0) << "everything attached is detached";
     EXPECT_EQ(fake.calls("libvlc_event_detach"), 2);
     EXPECT_EQ(host.Get(m, "Handle").AsInt(), 0);
@@ -126,13 +123,12 @@ TEST_F(FakeEvents, PayloadsArriveConvertedOnTheMainThreadAndWhatTheyHoldIsGivenB
     size_t objects = host.LiveObjects(), strings = host.LiveStrings();
     // One at a time: queued together, a value event would replace the one before.
     // A boolean is its low byte; an enumerated field widens without sign.
-    std::vector<libvlc_event_t> scalars = {
-        Event(libvlc_MediaPlayerTimeChanged, 0x123456789AB), Event(libvlc_MediaPlayerPositionChanged, 0.5f),
-        Event(libvlc_MediaPlayerSeekableChanged, 256),       Event(libvlc_MediaPlayerSeekableChanged, 257),
-        Event(libvlc_MediaMetaChanged, 0xFFFFFFFF),          Event(libvlc_MediaPlayerTitleChanged, -2)};
-    for (size_t i = 0; i < scalars.size(); ++i) {
-        Queue({scalars[i]});
-        EXPECT_TRUE(host.PumpUntil([&] { return seen->raised.size() > i; }, 2000ms));
+    for (const libvlc_event_t& e :
+         {Event(libvlc_MediaPlayerTimeChanged, 0x123456789AB), Event(libvlc_MediaPlayerPositionChanged, 0.5f),
+          Event(libvlc_MediaPlayerSeekableChanged, 256), Event(libvlc_MediaPlayerSeekableChanged, 257),
+          Event(libvlc_MediaMetaChanged, 0xFFFFFFFF), Event(libvlc_MediaPlayerTitleChanged, -2)}) {
+        Queue({e});
+        EXPECT_TRUE(host.PumpUntil([&, n = seen->raised.size()] { return seen->raised.size() > n; }, 2000ms));
     }
     Lines expected = {"MediaPlayerTimeChanged 1250999896491", "MediaPlayerPositionChanged 0.5",
                       "MediaPlayerSeekableChanged 0",         "MediaPlayerSeekableChanged 1",
@@ -194,9 +190,10 @@ TEST_F(FakeEvents, EventsAreNeverRaisedInsideALibvlcCallAndKeepTheirOrder) {
     ExpectRaised({"MediaPlayerTimeChanged 500", "MediaPlayerStopped 1234"});  // queued first, raised first
 }
 
-TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInBoundedMemory) {
-    Value m = Manager("Values", {On<"MediaPlayerTimeChanged", RBInteger>(), On<"MediaPlayerPositionChanged", double>(),
-                                 On<"MediaPlayerPlaying">(), On<"MediaPlayerPaused">()});
+TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInOrderAndInBoundedMemory) {
+    Value m =
+        Manager("Values", {On<"MediaPlayerTimeChanged", RBInteger>(), On<"MediaPlayerPositionChanged", double>(),
+                           On<"MediaPlayerPlaying">(), On<"MediaPlayerPaused">(), On<"MediaMetaChanged", RBInteger>()});
     auto time = [](int64_t t) { return Event(libvlc_MediaPlayerTimeChanged, t); };
     auto position = [](float p) { return Event(libvlc_MediaPlayerPositionChanged, p); };
     Queue({time(1), Event(libvlc_MediaPlayerPlaying), time(2), position(0.25f), time(3),
@@ -216,20 +213,16 @@ TEST_F(FakeEvents, QueuedValueEventsKeepOnlyTheLatestInBoundedMemory) {
     EXPECT_TRUE(seen->raised[4] == "MediaPlayerTimeChanged " + std::to_string(events / 2 - 1) ||
                 seen->raised[4] == "MediaPlayerTimeChanged " + std::to_string(1000000000 + events / 2 - 1))
         << "the last one a thread posted: " << seen->raised[4];
-}
 
-// Thousands of queued value events replaced between discrete ones: the queue
-// compacts its records while it fills, and each kept event stays in its place.
-TEST_F(FakeEvents, ReplacedValuesAmongManyDiscreteEventsKeepTheOrder) {
-    Value m = Manager("Compacting", {On<"MediaPlayerTimeChanged", RBInteger>(),
-                                     On<"MediaPlayerPositionChanged", double>(), On<"MediaMetaChanged", RBInteger>()});
+    // Thousands of queued value events replaced between discrete ones: the queue
+    // compacts its records while it fills, and each kept event stays in its place.
+    seen->raised.clear();
     constexpr int kRounds = 3000;
-    std::vector<libvlc_event_t> events;
+    std::vector<libvlc_event_t> mixed;
     for (int i = 0; i < kRounds; ++i)
-        events.insert(events.end(), {Event(libvlc_MediaPlayerTimeChanged, int64_t{i}),
-                                     Event(libvlc_MediaPlayerPositionChanged, static_cast<float>(i) / kRounds),
-                                     Event(libvlc_MediaMetaChanged, i)});
-    Queue(events);
+        mixed.insert(mixed.end(),
+                     {time(i), position(static_cast<float>(i) / kRounds), Event(libvlc_MediaMetaChanged, i)});
+    Queue(mixed);
     Lines expected;
     for (int i = 0; i < kRounds - 1; ++i) expected.push_back("MediaMetaChanged " + std::to_string(i));
     expected.push_back("MediaPlayerTimeChanged " + std::to_string(kRounds - 1));
@@ -260,8 +253,7 @@ TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
     EXPECT_LT(HeapInUse(), queued - kManagers * 1024) << "each holds a slot per route: over 1 KiB";
 #endif
 
-    Value logging = LoggingInstance(host);
-    host.Call(logging, "SetLogEvent");
+    Value logging = Logging();
     fake.log(3, "demux", "file.c", 1, "late line", 1);
     host.Call(logging, "Destructor");
     EXPECT_EQ(fake.logRoute(), 0) << "the destructor stops libvlc's forwarding";
@@ -270,8 +262,7 @@ TEST_F(FakeEvents, DeliveriesForAGoneManagerOrInstanceAreDropped) {
 }
 
 TEST_F(FakeEvents, LogLinesAreCutDetectedAndAlwaysPosted) {
-    Value logging = LoggingInstance(host);
-    host.Call(logging, "SetLogEvent");
+    Value logging = Logging();
     // 600 bytes whose 499-byte cut falls inside the second "é".
     std::string longText = "\xC3\xA9" + std::string(496, 'x') + "\xC3\xA9" + std::string(100, 'x');
     fake.log(3, "demux", "file.c", 42, longText.c_str(), 1);
@@ -294,38 +285,30 @@ TEST_F(FakeEvents, LogLinesAreCutDetectedAndAlwaysPosted) {
     EXPECT_EQ(fake.calls("libvlc_log_unset"), 1);
 }
 
-TEST(PartialFakeEvents, LogWithoutContextFunction) {
-    Host host;
-    Seen local{&host};
-    seen = &local;
-    FakeVLC partial(true);
-    ASSERT_TRUE(partial.LoadInto(host));
-    Value logging = LoggingInstance(host);
-    host.Call(logging, "SetLogEvent");
-    partial.log(2, "module", "file.c", 7, "hello", 1);
-    ASSERT_TRUE(host.PumpUntil([&] { return local.raised.size() == 1; }, 2000ms));
-    EXPECT_EQ(local.raised, Lines{"Log hello 2 fake object <nil> <nil> <nil> 0"});
+struct PartialFakeEvents : FakeEvents {
+    PartialFakeEvents() : FakeEvents({}, true) {}
+};
+
+TEST_F(PartialFakeEvents, LogWithoutContextFunction) {
+    Value logging = Logging();
+    fake.log(2, "module", "file.c", 7, "hello", 1);
+    ExpectRaised({"Log hello 2 fake object <nil> <nil> <nil> 0"});
 }
 
 // Old hosts (records of version 9) keep each event's token behind a pointer.
-TEST(OldHostEvents, HandlersAreFoundThroughTheTokenRecord) {
-    Host host({.version = 2011.9});
-    Seen local{&host};
-    seen = &local;
-    FakeVLC fake;
-    ASSERT_TRUE(fake.LoadInto(host));
-    Value player = host.New("VLCMediaPlayerQRV", {host.New("VLCInstanceQRV", {host.StringArray({})})});
-    host.DefineSubclass("OldHostEvents", "VLCEventManagerQRV", {On<"MediaPlayerPlaying">()});
-    Value m = host.New("OldHostEvents", {player});
-    libvlc_event_t playing = Event(libvlc_MediaPlayerPlaying);
-    fake.fire(fake.eventManager(), &playing);
-    EXPECT_TRUE(host.PumpUntil([&] { return !local.raised.empty(); }, 2000ms));
-    EXPECT_EQ(local.raised, Lines{"MediaPlayerPlaying"});
+struct OldHostEvents : FakeEvents {
+    OldHostEvents() : FakeEvents({.version = 2011.9}) {}
+};
+
+TEST_F(OldHostEvents, HandlersAreFoundThroughTheTokenRecord) {
+    Value m = Manager("OldHostEvents", {On<"MediaPlayerPlaying">()});
+    Queue({Event(libvlc_MediaPlayerPlaying)});
+    ExpectRaised({"MediaPlayerPlaying"});
 }
 
 TEST_F(FakeEvents, LogRoutesEndCleanly) {
     std::string path = std::filesystem::temp_directory_path() / ("qrv-fake-" + std::to_string(getpid()) + ".log");
-    Value logging = LoggingInstance(host);
+    Value logging = Logging(false);
     Value file = host.FolderItem(path);
     int64_t locks = host.LockCount(file);
     host.Call(logging, "SetLogFile", {file});

@@ -1,44 +1,32 @@
 // The built plug-in as the host loads it: one export, no libvlc dependency, the
 // folder as the zip and the install hand it over; loading libvlc (also from paths
 // that are not plain ASCII), the library-level shared methods and the trace.
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <vector>
 
-#include "host/emulator.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using emu::Host;
-using emu::Value;
-using qrvtest::LoadRealLibvlc;
-using qrvtest::NothingRaised;
-using qrvtest::StderrCapture;
+using namespace emu;
+using namespace qrvtest;
 
 Value Shared(Host& host, const char* method, std::vector<Value> args = {}) {
     return host.CallShared("VLCInstanceQRV", method, std::move(args));
 }
+std::string LoadError(Host& host) { return host.Text(Shared(host, "GetLoadError")); }
 
 std::vector<std::string> Lines(const std::string& command) {
     std::vector<std::string> lines;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return lines;
     char buffer[4096];
-    while (fgets(buffer, sizeof buffer, pipe)) {
-        std::string line(buffer);
-        if (!line.empty() && line.back() == '\n') line.pop_back();
-        lines.push_back(line);
-    }
-    pclose(pipe);
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    while (pipe && fgets(buffer, sizeof buffer, pipe.get())) lines.emplace_back(buffer, strcspn(buffer, "\n"));
     return lines;
 }
 
@@ -50,14 +38,11 @@ std::vector<std::string> Exports(const std::string& plugin) {
 
 TEST(PluginBinary, ExportsOnlyREALPluginMainAndDoesNotNeedLibvlc) {
     EXPECT_EQ(Exports(emu::DefaultPluginPath()), std::vector<std::string>{"REALPluginMain"});
-    std::vector<std::string> needed;
-    for (const std::string& line : Lines("readelf -d '" + emu::DefaultPluginPath() + "' 2>&1"))
-        if (line.find("(NEEDED)") != std::string::npos) needed.push_back(line);
+    std::vector<std::string> needed = Lines("readelf -d '" + emu::DefaultPluginPath() + "' | grep '(NEEDED)'");
     ASSERT_FALSE(needed.empty()) << "readelf output not understood";
     for (const std::string& line : needed) EXPECT_EQ(line.find("libvlc"), std::string::npos) << line;
 }
 
-// A scratch folder, removed afterwards.
 struct Scratch {
     Scratch() { EXPECT_NE(mkdtemp(name), nullptr) << name; }
     ~Scratch() { fs::remove_all(name); }
@@ -99,9 +84,7 @@ TEST(PluginFolder, ZipHoldsTheFolderLayoutAndTheOneExport) {
 TEST(PluginFolder, InstallPutsTheFolderUnderThePrefix) {
     Scratch prefix;
     Lines(std::string("'") + QRV_CMAKE + "' --install '" + QRV_BUILD_DIR + "' --prefix '" + prefix.name + "' 2>&1");
-    fs::path installed = prefix / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder;
-    EXPECT_TRUE(fs::exists(installed)) << installed;
-    EXPECT_EQ(Exports(installed), std::vector<std::string>{"REALPluginMain"});
+    EXPECT_EQ(Exports(prefix / QRV_PLUGIN_FOLDER_NAME / kBinaryInFolder), std::vector<std::string>{"REALPluginMain"});
     if (QRV_WITH_MACOS) {
         EXPECT_EQ(MacExports(prefix / QRV_PLUGIN_FOLDER_NAME / kMacBinaryInFolder), kMacExports);
     }
@@ -124,9 +107,8 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
     EXPECT_NE(trace.find("QRV Debug: LoadLibraryString\n"), std::string::npos);
     EXPECT_NE(trace.find("QRV Debug: Library okay.\n"), std::string::npos);
     // The load error is the message of the last missing function.
-    Value error = Shared(host, "GetLoadError");
-    EXPECT_NE(host.Text(error).find("undefined symbol: libvlc_media_list_add_file_content"), std::string::npos)
-        << host.Text(error);
+    std::string error = LoadError(host);
+    EXPECT_NE(error.find("undefined symbol: libvlc_media_list_add_file_content"), std::string::npos) << error;
 
     EXPECT_EQ(host.Text(Shared(host, "GetVersion")).rfind("3.0.", 0), 0u);
     for (const char* method : {"GetCompiler", "GetChangeset"}) EXPECT_FALSE(Shared(host, method).IsNil()) << method;
@@ -136,58 +118,46 @@ TEST(LoadLibrary, RealLibvlcLoadsWithItsFourMissingFunctionsReported) {
     EXPECT_TRUE(Shared(host, "ErrorMessage").IsNil());
 }
 
-TEST(LoadLibrary, NonLibraryFileFailsWithTheLoadersMessage) {
-    Scratch scratch;
-    std::string path = scratch / "not-a-library.so";
-    ASSERT_TRUE(std::ofstream(path) << "plain text\n");
-    Host host;
-    EXPECT_FALSE(Shared(host, "LoadLibrary", {host.String(path)}).AsBool());
-    std::string first = host.Text(Shared(host, "GetLoadError"));
-    EXPECT_NE(first.find(path), std::string::npos) << first;
-    EXPECT_EQ(host.Text(Shared(host, "GetLoadError")), first);
-    size_t strings = host.LiveStrings();
-    Shared(host, "GetLoadError");
-    EXPECT_EQ(host.LiveStrings(), strings) << "the answer carries its own reference";
-}
-
-TEST(LoadLibrary, TheResultLooksAtTheTableNotAtThisOpen) {
+TEST(LoadLibrary, NonLibraryFileFailsWithTheLoadersMessageAndTheResultLooksAtTheTableNotAtThisOpen) {
     Host host;
     EXPECT_FALSE(Shared(host, "LoadLibrary", {Value()}).AsBool());
     EXPECT_TRUE(Shared(host, "GetLoadError").IsNil());
+    Scratch scratch;
+    std::string path = scratch / "not-a-library.so";
+    ASSERT_TRUE(std::ofstream(path) << "plain text\n");
+    EXPECT_FALSE(Shared(host, "LoadLibrary", {host.String(path)}).AsBool());
+    std::string first = LoadError(host);
+    EXPECT_NE(first.find(path), std::string::npos) << first;
+    EXPECT_EQ(LoadError(host), first);
+    size_t strings = host.LiveStrings();
+    Shared(host, "GetLoadError");
+    EXPECT_EQ(host.LiveStrings(), strings) << "the answer carries its own reference";
+
     ASSERT_TRUE(LoadRealLibvlc(host));
     EXPECT_TRUE(Shared(host, "LoadLibrary", {host.String("/nonexistent/libvlc.so")}).AsBool());
-    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/libvlc.so"), std::string::npos);
+    EXPECT_NE(LoadError(host).find("/nonexistent/libvlc.so"), std::string::npos);
     // A folder item that does not open keeps the table too.
     EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem("/nonexistent/x.so")}).AsBool());
-    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("/nonexistent/x.so"), std::string::npos);
+    EXPECT_NE(LoadError(host).find("/nonexistent/x.so"), std::string::npos);
     // A nil argument clears the error and keeps the table.
     EXPECT_TRUE(Shared(host, "LoadLibrary", {Value()}).AsBool());
     EXPECT_TRUE(Shared(host, "GetLoadError").IsNil());
 }
 
-// A scratch folder named with a precomposed "é" (U+00E9).
-struct PrecomposedNames : ::testing::Test {
-    void SetUp() override { fs::create_directory(folder); }
+// A folder named with a precomposed "é" (U+00E9).
+TEST(PrecomposedNames, LoadLibraryMediaWithFileAndSetLogFileUseTheNamedFiles) {
     Scratch scratch;
     fs::path folder = scratch / "caf\xC3\xA9";
-};
-
-TEST_F(PrecomposedNames, LoadLibraryOpensALibvlcInsideTheFolder) {
+    fs::create_directory(folder);
     Dl_info info{};
     ASSERT_NE(dladdr(dlsym(dlopen("libvlc.so.5", RTLD_NOW), "libvlc_new"), &info), 0);
     fs::create_symlink(fs::canonical(info.dli_fname), folder / "libvlc.so.5");
     Host host;
     EXPECT_TRUE(Shared(host, "LoadLibrary", {host.FolderItem(folder / "libvlc.so.5")}).AsBool());
-    EXPECT_NE(host.Text(Shared(host, "GetLoadError")).find("libvlc_media_list_add_file_content"), std::string::npos)
-        << "libvlc 3.0 lacks four functions";
-}
-
-TEST_F(PrecomposedNames, MediaWithFileAndSetLogFileUseTheNamedFiles) {
+    EXPECT_NE(LoadError(host).find("libvlc_media_list_add_file_content"), std::string::npos) << "libvlc 3.0 lacks four";
     fs::path media = folder / "caf\xC3\xA9.mp4";
     fs::copy_file(qrvtest::SamplePath("sample.mp4"), media);
     fs::path log = folder / "journal \xC3\xA9t\xC3\xA9.log";
-    Host host;
-    ASSERT_TRUE(LoadRealLibvlc(host));
     Value vlc = qrvtest::HeadlessInstance(host);
     host.Call(vlc, "SetLogFile", {host.FolderItem(log)});
     EXPECT_TRUE(NothingRaised(host));
@@ -197,17 +167,6 @@ TEST_F(PrecomposedNames, MediaWithFileAndSetLogFileUseTheNamedFiles) {
     host.Call(item, "Parse");
     EXPECT_EQ(host.Call(item, "Duration").AsInt(), 3003);
     host.Call(vlc, "ClearLog");
-}
-
-// Before any load each answers zero or nil (the sweep checks the function each
-// names); a host without the raise entry gets the same answers and no exception.
-TEST(SharedMethods, AnswersBeforeAnyLoadWithoutTheRaiseEntry) {
-    Host host({.hidden = {"RuntimeRaiseException"}});
-    for (const char* method : {"GetVersion", "GetCompiler", "GetChangeset", "ErrorMessage"})
-        EXPECT_TRUE(Shared(host, method).IsNil()) << method;
-    EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
-    Shared(host, "ClearError");
-    EXPECT_TRUE(NothingRaised(host));
 }
 
 TEST(SharedMethods, EnvironmentAndLocale) {
@@ -229,9 +188,10 @@ TEST(SharedMethods, EnvironmentAndLocale) {
     EXPECT_TRUE(NothingRaised(host));
 }
 
-// The hidden shared property Debugging switches the trace on and off.
-TEST(Trace, LinesOnlyWhileDebugging) {
-    Host host;
+// The hidden shared property Debugging switches the trace on and off. Before any load each method answers zero or
+// nil (the sweep checks the function each names); a host without the raise entry gets them and no exception.
+TEST(SharedMethods, AnswersBeforeAnyLoadWithoutTheRaiseEntryAndTraceOnlyWhileDebugging) {
+    Host host({.hidden = {"RuntimeRaiseException"}});
     const REALproperty& debugging = host.FindClass("VLCInstanceQRV")->record->sharedProperties[0];
     EXPECT_EQ(debugging.flags, 38u);
     ASSERT_EQ(debugging.attributeCount, 1u);
@@ -242,11 +202,14 @@ TEST(Trace, LinesOnlyWhileDebugging) {
         host.SetShared("VLCInstanceQRV", "Debugging", Value::Bool(on));
         EXPECT_EQ(host.GetShared("VLCInstanceQRV", "Debugging").AsBool(), on);
         StderrCapture capture;
-        Shared(host, "Clock");
-        Shared(host, "ErrorMessage");
+        EXPECT_EQ(Shared(host, "Clock").AsInt(), 0);
+        EXPECT_TRUE(Shared(host, "ErrorMessage").IsNil());
         Shared(host, "ClearError");
         EXPECT_EQ(capture.Finish(), on ? "QRV Debug: myclock\nQRV Debug: errmsg\nQRV Debug: clearerrRB\n" : "");
     }
+    for (const char* method : {"GetVersion", "GetCompiler", "GetChangeset"})
+        EXPECT_TRUE(Shared(host, method).IsNil()) << method;
+    EXPECT_TRUE(NothingRaised(host));
 }
 
 }  // namespace

@@ -18,8 +18,7 @@ char* Text(const char* text) { return const_cast<char*>(text); }
 class WithFake : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(fake.Loaded());
-        ASSERT_TRUE(fake.LoadInto(host));
+        ASSERT_TRUE(fake.Loaded() && fake.LoadInto(host));
         vlc = host.New("VLCInstanceQRV", {host.StringArray({"--quiet"})});
         media = host.CallShared("VLCMediaQRV", "MediaWithPath", {vlc, host.String("/x.mp4")});
     }
@@ -46,11 +45,10 @@ TEST_F(WithFake, InstanceArgumentsReachLibvlcAndEachWrapperReleasesOnce) {
              {"VLCMediaListPlayerQRV", "libvlc_media_list_player_new", "libvlc_media_list_player_release"},
              {"VLCEqualizerQRV", "libvlc_audio_equalizer_new", "libvlc_audio_equalizer_release"}}) {
         int64_t madeBefore = fake.calls(made), releasedBefore = fake.calls(released);
-        {
-            Value object = host.New(cls, {cls == "VLCInstanceQRV" ? host.StringArray({}) : vlc});
-            EXPECT_EQ(fake.calls(made), madeBefore + 1) << cls;
-            EXPECT_EQ(fake.calls(released), releasedBefore) << cls << " released while held";
-        }
+        Value object = host.New(cls, {cls == "VLCInstanceQRV" ? host.StringArray({}) : vlc});
+        EXPECT_EQ(fake.calls(made), madeBefore + 1) << cls;
+        EXPECT_EQ(fake.calls(released), releasedBefore) << cls << " released while held";
+        object = Value();
         EXPECT_EQ(fake.calls(released), releasedBefore + 1) << cls;
     }
 }
@@ -67,15 +65,14 @@ TEST_F(WithFake, InstanceListsBecomeRecordChainsAndAnswersAreConverted) {
     libvlc_audio_output_t second{Text("pulse"), nullptr, nullptr}, first{Text("alsa"), Text("ALSA output"), &second};
     fake.setPtr("libvlc_audio_output_list_get", &first);
     size_t objects = host.LiveObjects();
-    {
-        Value head = host.Call(vlc, "GetAudioOutputList");
-        EXPECT_EQ(Name(head, "Name") + "|" + Name(head, "Description"), "alsa|ALSA output");
-        Value next = host.Get(head, "NextOutput");
-        EXPECT_EQ(Name(next, "Name"), "pulse");
-        EXPECT_TRUE(host.Get(next, "Description").IsNil());
-        EXPECT_TRUE(host.Get(next, "NextOutput").IsNil());
-        EXPECT_EQ(fake.calls("libvlc_audio_output_list_release"), 1);
-    }
+    Value head = host.Call(vlc, "GetAudioOutputList");
+    EXPECT_EQ(Name(head, "Name") + "|" + Name(head, "Description"), "alsa|ALSA output");
+    Value next = host.Get(head, "NextOutput");
+    EXPECT_EQ(Name(next, "Name"), "pulse");
+    EXPECT_TRUE(host.Get(next, "Description").IsNil());
+    EXPECT_TRUE(host.Get(next, "NextOutput").IsNil());
+    EXPECT_EQ(fake.calls("libvlc_audio_output_list_release"), 1);
+    head = next = Value();
     EXPECT_EQ(host.LiveObjects(), objects) << "the chain goes with its head";
 
     libvlc_module_description_t module{Text("grain"), Text("Grain"), Text("Grain video filter"), nullptr, nullptr};
@@ -175,7 +172,7 @@ TEST_F(WithFake, TracksTrackInfosStatsAndTheirAccessors) {
 }
 
 // A nil folder item reaches libvlc as a null path; refused bytes leave no temporary file.
-TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
+TEST_F(WithFake, MediaFromANilFileOrRefusedOrUnwritableDataAndUncheckedIndexes) {
     host.CallShared("VLCMediaQRV", "MediaWithFile", {vlc, Value()});
     EXPECT_EQ(fake.Text("libvlc_media_new_path.path"), "(null)");
     fake.setInt("libvlc_media_new_path", -1);
@@ -213,16 +210,12 @@ TEST_F(WithFake, MediaFromANilFileOrRefusedDataAndUncheckedIndexes) {
     EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 0);
     EXPECT_TRUE(host.Call(list, "InsertMedia", {media, Value::Int(2)}).AsBool()) << "appending is in range";
     EXPECT_EQ(fake.calls("libvlc_media_list_insert_media"), 1);
-}
 
-// Bytes whose wrapper cannot be made are not released through a missing libvlc_media_release.
-// Bytes that cannot all be written (a file size limit here) make no media and
-// leave no open descriptor, also when the temporary file got descriptor 3.
-TEST_F(WithFake, MediaFromDataThatCannotBeWrittenLeavesNoDescriptor) {
-    rlimit saved{}, limited{};
+    // Bytes that cannot all be written (a file size limit here) make no media and
+    // leave no open descriptor, also when the temporary file got descriptor 3.
+    rlimit saved{};
     getrlimit(RLIMIT_FSIZE, &saved);
-    limited = saved;
-    limited.rlim_cur = 2;
+    rlimit limited{2, saved.rlim_max};
     signal(SIGXFSZ, SIG_IGN);
     int64_t made = fake.calls("libvlc_media_new_path");
     int moved = fcntl(3, F_GETFD) != -1 ? fcntl(3, F_DUPFD_CLOEXEC, 10) : -1;
@@ -237,25 +230,16 @@ TEST_F(WithFake, MediaFromDataThatCannotBeWrittenLeavesNoDescriptor) {
     EXPECT_EQ(fake.calls("libvlc_media_new_path"), made);
 }
 
-// A media from bytes whose wrapper the host refuses goes back to libvlc.
-TEST(RefusedWrapper, MediaFromDataIsReleased) {
-    Host host({.refusedClasses = {"VLCMediaQRV"}});
-    FakeVLC fake;
-    ASSERT_TRUE(fake.LoadInto(host));
-    Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
-    EXPECT_TRUE(host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, host.String("bytes")}).IsNil());
-    EXPECT_EQ(fake.calls("libvlc_media_release"), 1);
-}
-
-TEST(PartialFake, MediaFromDataWithoutReleaseOrWrapper) {
-    emu::HostOptions options;
-    options.refusedClasses = {"VLCMediaQRV"};
-    Host host(options);
-    FakeVLC partial(true);
-    ASSERT_TRUE(partial.LoadInto(host));
-    Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
-    EXPECT_TRUE(host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, host.String("bytes")}).IsNil());
-    EXPECT_EQ(partial.calls("libvlc_media_new_path"), 1);
+// A media from bytes whose wrapper the host refuses goes back to libvlc, when it has libvlc_media_release.
+TEST(RefusedWrapper, MediaFromDataIsReleasedWithOrWithoutLibvlcsRelease) {
+    for (bool partial : {false, true}) {
+        Host host({.refusedClasses = {"VLCMediaQRV"}});
+        FakeVLC fake(partial);
+        ASSERT_TRUE(fake.LoadInto(host));
+        Value vlc = host.New("VLCInstanceQRV", {host.StringArray({})});
+        EXPECT_TRUE(host.CallShared("VLCMediaQRV", "MediaWithData", {vlc, host.String("bytes")}).IsNil());
+        EXPECT_EQ(fake.calls(partial ? "libvlc_media_new_path" : "libvlc_media_release"), 1) << partial;
+    }
 }
 
 TEST(PartialFake, SecondLoadLeavesMissingEntriesNull) {
