@@ -19,16 +19,6 @@ const std::map<std::string, unsigned>& MajorsByEntry() {
     return majors;
 }
 
-Value Zero(const std::string& type, const std::string&) {
-    if (type == "integer" || type == "int64" || type == "int32") return Value::Int(0);
-    if (type == "uint32") return Value::UInt(0);
-    if (type == "boolean") return Value::Bool(false);
-    if (type == "double") return Value::Dbl(0);
-    if (type == "single") return Value::Sgl(0);
-    if (type == "ptr") return Value::Pointer(nullptr);
-    return Value();
-}
-
 // The classes whose first field is a libvlc handle; on 4.x most cannot be made
 // (their constructors are left unbound), so a held object of the fake goes there.
 const char* const kHandleClasses[] = {

@@ -193,6 +193,17 @@ inline Value Call(Host& host, const Member& member, const Value* self, const Arg
     return member.assigns ? Value() : answer;
 }
 
+// Arguments that are zero, false or nil.
+inline Value Zero(const std::string& type, const std::string&) {
+    if (type == "integer" || type == "int64" || type == "int32") return Value::Int(0);
+    if (type == "uint32") return Value::UInt(0);
+    if (type == "boolean") return Value::Bool(false);
+    if (type == "double") return Value::Dbl(0);
+    if (type == "single") return Value::Sgl(0);
+    if (type == "ptr") return Value::Pointer(nullptr);
+    return Value();  // strings, objects, arrays: nil
+}
+
 // ---- the orders pass. Members that change what an object holds: constructors, Destructor,
 // LoadLibrary, Listen, Lock, log settings, callbacks, formats, Handle and object writes, plug-in object arguments.
 inline bool ChangesState(const Member& m) {

@@ -27,16 +27,6 @@ bool IsObject(const std::string& t) {
     return scalars.count(t) == 0 && t.find("()") == std::string::npos;
 }
 
-Value Zero(const std::string& type, const std::string&) {
-    if (type == "integer" || type == "int64" || type == "int32") return Value::Int(0);
-    if (type == "uint32") return Value::UInt(0);
-    if (type == "boolean") return Value::Bool(false);
-    if (type == "double") return Value::Dbl(0);
-    if (type == "single") return Value::Sgl(0);
-    if (type == "ptr") return Value::Pointer(nullptr);
-    return Value();  // strings, objects, arrays: nil
-}
-
 bool TakesObject(const Member& m) {
     if (m.property != nullptr) return m.assigns && IsObject(Lower(m.property->type));
     for (const emu::Parameter& p : m.declaration.parameters)
