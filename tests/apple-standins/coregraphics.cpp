@@ -68,6 +68,10 @@ struct CGContext : standin::Object {
     CGColorSpaceRef space = nullptr;
     uint8_t* data = nullptr;
     std::vector<uint8_t> own;  // when the caller gave no memory
+    // A window's context: drawing reaches `data`, the back buffer; the screen
+    // (`shown`) shows it from the next CGContextFlush on.
+    bool window = false;
+    std::vector<uint8_t> shown;
 };
 
 namespace {
@@ -273,7 +277,10 @@ void CGContextRelease(CGContextRef c) {
     if (c != nullptr) standin::Release(c, Kind::Context, "CGContextRelease");
 }
 
-void CGContextFlush(CGContextRef c) { ContextOf(c, "CGContextFlush"); }
+void CGContextFlush(CGContextRef c) {
+    CGContext* context = ContextOf(c, "CGContextFlush");
+    if (context->window) context->shown.assign(context->data, context->data + context->rowBytes * context->height);
+}
 
 // Scales the image into `rect` (origin at the bottom left, as in Core
 // Graphics), sampling the nearest pixel, and blends it over the context.
@@ -314,7 +321,10 @@ void CGContextDrawImage(CGContextRef c, CGRect rect, CGImageRef image) {
         provider->callbacks.releaseBytePointer(provider->info, pixels);
 }
 
-void* CGBitmapContextGetData(CGContextRef context) { return ContextOf(context, "CGBitmapContextGetData")->data; }
+void* CGBitmapContextGetData(CGContextRef context) {
+    CGContext* c = ContextOf(context, "CGBitmapContextGetData");
+    return c->window ? nullptr : c->data;  // a window's context is no bitmap context
+}
 size_t CGBitmapContextGetWidth(CGContextRef context) { return ContextOf(context, "CGBitmapContextGetWidth")->width; }
 size_t CGBitmapContextGetHeight(CGContextRef context) { return ContextOf(context, "CGBitmapContextGetHeight")->height; }
 size_t CGBitmapContextGetBitsPerComponent(CGContextRef context) {
@@ -334,4 +344,20 @@ CGImageAlphaInfo CGBitmapContextGetAlphaInfo(CGContextRef context) {
 CGBitmapInfo CGBitmapContextGetBitmapInfo(CGContextRef context) {
     return ContextOf(context, "CGBitmapContextGetBitmapInfo")->info;
 }
+}
+
+void* standin::CreateWindowContext(size_t width, size_t height) {
+    CGColorSpaceRef space = CGColorSpaceCreateDeviceRGB();
+    CGContextRef context =
+        CGBitmapContextCreate(nullptr, width, height, 8, width * 4, space,
+                              uint32_t{kCGImageAlphaPremultipliedFirst} | kCGBitmapByteOrder32Little);
+    CGColorSpaceRelease(space);
+    CGContext* c = ContextOf(context, "CreateWindowContext");
+    c->window = true;
+    c->shown.assign(c->own.size(), 0);
+    return context;
+}
+
+const uint8_t* standin::WindowShown(void* context) {
+    return ContextOf(static_cast<CGContextRef>(context), "WindowShown")->shown.data();
 }

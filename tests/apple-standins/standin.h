@@ -33,6 +33,10 @@ T* As(const void* pointer, Kind kind, const char* function) {
 Kind KindOf(const void* pointer, const char* function);
 void Retain(const void* pointer, Kind kind, const char* function);
 void Release(const void* pointer, Kind kind, const char* function);
+// A window's drawing context of width x height pixels (0xAARRGGBB words): what
+// it shows changes only when CGContextFlush pushes what was drawn.
+void* CreateWindowContext(size_t width, size_t height);
+const unsigned char* WindowShown(void* context);
 // Prints the message and aborts, as the real frameworks crash on such misuse.
 [[noreturn]] void Fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

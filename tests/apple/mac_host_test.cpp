@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "tests/apple-standins/standin.h"
 #include "tests/fakevlc/fakevlc_control.h"
 #include "tests/support/test_support.h"
 
@@ -17,21 +18,28 @@ using namespace std::chrono_literals;
 
 constexpr CGBitmapInfo kHostPixels = uint32_t{kCGImageAlphaPremultipliedFirst} | kCGBitmapByteOrder32Little;
 
-// A bitmap context of the host's pixel format; its pixels read as 0xAARRGGBB words.
+// A bitmap context of the host's pixel format, or a window's context (what it
+// shows); its pixels read as 0xAARRGGBB words.
 struct Context {
-    Context(size_t width, size_t height) {
+    Context(size_t w, size_t height, bool isWindow = false) : width(w), window(isWindow) {
         CGColorSpaceRef space = CGColorSpaceCreateDeviceRGB();
-        ref = CGBitmapContextCreate(nullptr, width, height, 8, 0, space, kHostPixels);
+        ref = window ? static_cast<CGContextRef>(standin::CreateWindowContext(w, height))
+                     : CGBitmapContextCreate(nullptr, w, height, 8, 0, space, kHostPixels);
         CGColorSpaceRelease(space);
     }
     ~Context() { CGContextRelease(ref); }
     uint32_t Pixel(int x, int y) const {
         uint32_t word;
         memcpy(&word,
-               static_cast<uint8_t*>(CGBitmapContextGetData(ref)) + y * CGBitmapContextGetBytesPerRow(ref) + 4 * x, 4);
+               window ? standin::WindowShown(ref) + (y * width + x) * 4
+                      : static_cast<uint8_t*>(CGBitmapContextGetData(ref)) + y * CGBitmapContextGetBytesPerRow(ref) +
+                            4 * x,
+               4);
         return word;
     }
     CGContextRef ref;
+    size_t width;
+    bool window;
 };
 
 // An image's pixels, drawn into a context of its size.
@@ -89,7 +97,7 @@ TEST(MacHost, RealFramesReachTheContextTheImageAndThePicture) {
     Value player = host.New("VLCMediaPlayerQRV",
                             {host.CallShared("VLCMediaQRV", "MediaWithPath",
                                              {HeadlessInstance(host), host.String(SamplePath("quadrants.mp4"))})});
-    Context target(64, 48);
+    Context target(64, 48, true);  // a window's: frames show once flushed
     host.Call(player, "VideoSetCallback",
               {Value::Int(64), Value::Int(48), Value::Int(reinterpret_cast<int64_t>(target.ref))});
     ASSERT_TRUE(host.Call(player, "Play").AsBool());
